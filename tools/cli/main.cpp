@@ -1,0 +1,46 @@
+// drovel-notify: the Notify module's command-line tool.
+
+#include <algorithm>
+#include <iostream>
+#include <vector>
+
+#include "cli/Command.h"
+
+namespace drovel::cli {
+
+namespace {
+
+struct Entry {
+    int order;
+    CommandSetup setup;
+};
+
+std::vector<Entry>& registry() {
+    static std::vector<Entry> entries;
+    return entries;
+}
+
+}  // namespace
+
+CommandRegistration::CommandRegistration(int order, CommandSetup setup) { registry().push_back({order, setup}); }
+
+}  // namespace drovel::cli
+
+int main(int argc, char** argv) {
+    using namespace drovel::cli;
+    CLI::App app{"drovel-notify: location-marketing campaigns, templates and the device simulator", "drovel-notify"};
+    app.set_version_flag("--version", std::string("drovel-notify ") + DROVEL_VERSION);
+    app.require_subcommand(0, 1);
+
+    int exitCode = 0;
+    auto entries = registry();
+    std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.order < b.order; });
+    for (const auto& entry : entries) entry.setup(app, exitCode);
+
+    CLI11_PARSE(app, argc, argv);
+    if (app.get_subcommands().empty()) {
+        std::cout << app.help();
+        return 0;
+    }
+    return exitCode;
+}
