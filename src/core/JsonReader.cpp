@@ -1,0 +1,122 @@
+#include "core/JsonReader.h"
+
+namespace drovel::core {
+
+namespace {
+// Deeply nested hostile input must fail cleanly rather than exhaust the stack.
+constexpr std::size_t maxSkipDepth = 256;
+}
+
+std::string JsonReader::path() const {
+    if (path_.empty()) return "(root)";
+    std::string out;
+    for (const auto& segment : path_) {
+        if (segment.isIndex) {
+            out += "[" + std::to_string(segment.index) + "]";
+        } else {
+            if (!out.empty()) out += ".";
+            out += segment.key;
+        }
+    }
+    return out;
+}
+
+void JsonReader::fail(std::string_view message) const {
+    throw JsonDecodeFailure(path() + ": " + std::string(message));
+}
+
+void JsonReader::missingKey(std::string_view key) const {
+    fail("missing required key '" + std::string(key) + "'");
+}
+
+void JsonReader::failWith(simdjson::error_code error, std::string_view expectation) const {
+    switch (error) {
+        case simdjson::INCORRECT_TYPE:
+        case simdjson::NUMBER_ERROR:
+            fail(expectation);
+        case simdjson::NUMBER_OUT_OF_RANGE:
+            fail(std::string(expectation) + " (the number does not fit)");
+        default:
+            fail(std::string(expectation) + " (" + simdjson::error_message(error) + ")");
+    }
+}
+
+std::string_view JsonReader::string(JsonValue value) { return check(value.get_string(), "expected a string"); }
+
+std::int64_t JsonReader::int64(JsonValue value) { return check(value.get_int64(), "expected an integer"); }
+
+std::uint64_t JsonReader::uint64(JsonValue value) {
+    return check(value.get_uint64(), "expected a non-negative integer");
+}
+
+double JsonReader::number(JsonValue value) { return check(value.get_double(), "expected a number"); }
+
+bool JsonReader::boolean(JsonValue value) { return check(value.get_bool(), "expected a boolean"); }
+
+bool JsonReader::isNull(JsonValue value) {
+    bool null = false;
+    if (auto error = value.is_null().get(null)) failWith(error, "malformed value");
+    return null;
+}
+
+std::string_view JsonReader::rawJson(JsonValue value) {
+    // raw_json() walks containers to find their end; validate them too so that a truncated value
+    // does not slip through.
+    simdjson::ondemand::json_type type = check(value.type(), "malformed value");
+    if (type == simdjson::ondemand::json_type::object) {
+        simdjson::ondemand::object obj = check(value.get_object(), "expected an object");
+        return check(obj.raw_json(), "malformed object");
+    }
+    if (type == simdjson::ondemand::json_type::array) {
+        simdjson::ondemand::array arr = check(value.get_array(), "expected an array");
+        return check(arr.raw_json(), "malformed array");
+    }
+    std::string_view token = value.raw_json_token();
+    // The token runs up to the next structural character; drop the white space before it.
+    while (!token.empty() && (token.back() == ' ' || token.back() == '\n' || token.back() == '\r' || token.back() == '\t'))
+        token.remove_suffix(1);
+    skip(value);
+    return token;
+}
+
+void JsonReader::skip(JsonValue value) {
+    if (path_.size() > maxSkipDepth) fail("nesting too deep");
+    simdjson::ondemand::json_type type = check(value.type(), "malformed value");
+    switch (type) {
+        case simdjson::ondemand::json_type::object:
+            object(value, [this](std::string_view, JsonValue member) { skip(member); });
+            break;
+        case simdjson::ondemand::json_type::array:
+            array(value, [this](JsonValue element) { skip(element); });
+            break;
+        case simdjson::ondemand::json_type::string:
+            string(value);
+            break;
+        case simdjson::ondemand::json_type::number:
+            number(value);
+            break;
+        case simdjson::ondemand::json_type::boolean:
+            boolean(value);
+            break;
+        case simdjson::ondemand::json_type::null:
+            if (!isNull(value)) fail("malformed value");
+            break;
+    }
+}
+
+namespace detail {
+
+simdjson::ondemand::parser& threadParser() {
+    thread_local simdjson::ondemand::parser parser;
+    return parser;
+}
+
+void checkTrailing(simdjson::ondemand::document& document, JsonReader& reader) {
+    const char* location = nullptr;
+    if (document.current_location().get(location) != simdjson::OUT_OF_BOUNDS)
+        reader.fail("unexpected content after the document");
+}
+
+}  // namespace detail
+
+}  // namespace drovel::core
