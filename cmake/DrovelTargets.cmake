@@ -76,7 +76,7 @@ if(DROVEL_BUILD_TESTS)
     PkgConfig::HTTPLIB GTest::gtest GTest::gmock)
 
   # One test program per area; each folder of tests/ that holds sources becomes one.
-  foreach(area core platform notify template html cli)
+  foreach(area core platform service notify template html cli)
     file(GLOB area_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${area}/*.cpp)
     if(area_sources)
       add_executable(tests_${area} ${area_sources})
