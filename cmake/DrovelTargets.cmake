@@ -74,6 +74,9 @@ if(DROVEL_BUILD_TESTS)
   target_include_directories(drovel_test_support PUBLIC ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(drovel_test_support PUBLIC drovel_notify drovel_platform_linux
     PkgConfig::HTTPLIB GTest::gtest GTest::gmock)
+  target_compile_definitions(drovel_test_support PUBLIC
+    DROVEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+    DROVEL_CLI_PATH="$<TARGET_FILE:drovel-notify>")
 
   # One test program per area; each folder of tests/ that holds sources becomes one.
   foreach(area core platform service notify template html cli)
@@ -81,9 +84,6 @@ if(DROVEL_BUILD_TESTS)
     if(area_sources)
       add_executable(tests_${area} ${area_sources})
       target_link_libraries(tests_${area} PRIVATE drovel_test_support GTest::gtest_main)
-      target_compile_definitions(tests_${area} PRIVATE
-        DROVEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
-        DROVEL_CLI_PATH="$<TARGET_FILE:drovel-notify>")
       add_dependencies(tests_${area} drovel-notify)
       gtest_discover_tests(tests_${area} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
     endif()
