@@ -20,7 +20,8 @@ class JsonWriter;
 // JSON: {"default_site_search_radius_meters": 1000.0, "analytics_event_limit": 20}
 struct NotifyConfig {
     double defaultSiteSearchRadiusMeters = 0;
-    std::optional<std::int64_t> analyticsEventLimit;  // largest analytics upload batch, when given
+    // Largest analytics upload batch, when given; a value below 1 fails decoding.
+    std::optional<std::int64_t> analyticsEventLimit;
 
     static Result<NotifyConfig> fromJson(std::string_view json);
     void writeJson(JsonWriter& writer) const;
