@@ -1,0 +1,473 @@
+// BaseAPIService over the libcurl transport, against a real HTTP server on the loopback interface.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "core/JsonReader.h"
+#include "drovel/core/BaseAPIService.h"
+#include "drovel/core/JsonWriter.h"
+#include "linux/CurlHttpTransport.h"
+#include "support/FakeHttpTransport.h"
+
+namespace drovel::core {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::HttpMethod;
+using platform::TransportErrorKind;
+
+struct Greeting {
+    std::string text;
+
+    static Result<Greeting> fromJson(std::string_view json) {
+        return decodeJson<Greeting>(json, [](JsonReader& reader, JsonValue root) {
+            std::optional<std::string> text;
+            reader.object(root, [&](std::string_view key, JsonValue value) {
+                if (key == "text") {
+                    text = std::string(reader.string(value));
+                } else {
+                    reader.skip(value);
+                }
+            });
+            if (!text) reader.missingKey("text");
+            return Greeting{*text};
+        });
+    }
+    std::string toJson() const {
+        JsonWriter writer;
+        writer.beginObject().key("text").value(text).endObject();
+        return writer.take();
+    }
+};
+
+template <class Response>
+struct GetRequest : CodableRequest<Response> {
+    std::string path = "/api/v1/greeting";
+    QueryParams query;
+    HttpHeaders extraHeaders;
+    std::optional<std::chrono::milliseconds> limit;
+
+    std::string requestEndPoint() const override { return path; }
+    QueryParams queryParams() const override { return query; }
+    HttpHeaders headers() const override { return extraHeaders; }
+    std::optional<std::chrono::milliseconds> timeout() const override { return limit; }
+};
+
+// A loopback server whose "/slow" handler blocks until the test ends (or 5 s pass).
+class LoopbackServer {
+public:
+    LoopbackServer() {
+        server_.Get("/slow", [this](const httplib::Request&, httplib::Response& response) {
+            std::unique_lock lock(gateMutex_);
+            ++slowArrived_;
+            gate_.notify_all();
+            gate_.wait_for(lock, 5s, [this] { return gateOpen_; });
+            response.set_content(R"({"text":"late"})", "application/json");
+        });
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        while (!server_.is_running()) std::this_thread::sleep_for(1ms);
+    }
+    ~LoopbackServer() {
+        {
+            std::lock_guard lock(gateMutex_);
+            gateOpen_ = true;
+        }
+        gate_.notify_all();
+        server_.stop();
+        thread_.join();
+    }
+
+    httplib::Server& server() { return server_; }
+    std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
+    bool waitForSlowRequests(int count) {
+        std::unique_lock lock(gateMutex_);
+        return gate_.wait_for(lock, 5s, [&] { return slowArrived_ >= count; });
+    }
+
+private:
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+    std::mutex gateMutex_;
+    std::condition_variable gate_;
+    bool gateOpen_ = false;
+    int slowArrived_ = 0;
+};
+
+// What the server saw of the last request.
+struct Seen {
+    std::string method, target, body;
+    httplib::Headers headers;
+};
+
+std::string headerValue(const httplib::Headers& headers, const std::string& name) {
+    auto found = headers.find(name);
+    return found == headers.end() ? std::string() : found->second;
+}
+
+template <class Response>
+Result<Response> executeAndWait(const BaseAPIService& service, const CodableRequest<Response>& request) {
+    auto promise = std::make_shared<std::promise<Result<Response>>>();
+    auto future = promise->get_future();
+    service.execute(request, [promise](Result<Response> result) { promise->set_value(std::move(result)); });
+    if (future.wait_for(5s) != std::future_status::ready) return makeError<SimpleError>("no answer within 5 s");
+    return future.get();
+}
+
+const APIError& apiError(const ErrorPtr& error) {
+    static const APIError none(APIError::Kind::cancelled, 0, "", std::nullopt, "not an APIError");
+    const APIError* api = APIError::from(error);
+    EXPECT_NE(api, nullptr) << (error ? error->description() : "no error");
+    return api ? *api : none;
+}
+
+class ServiceOverCurl : public ::testing::Test {
+protected:
+    ServiceOverCurl()
+        : transport(std::make_shared<platform::CurlHttpTransport>()),
+          service(transport, APIServiceConfiguration{server.baseURL(), "token-123"}) {
+        server.server().Get("/api/v1/greeting", [this](const httplib::Request& request, httplib::Response& response) {
+            record(request);
+            response.set_content(R"({"text":"hi","extra":[1,2]})", "application/json");
+        });
+        server.server().Post("/api/v1/greeting", [this](const httplib::Request& request, httplib::Response& response) {
+            record(request);
+            response.set_content(R"({"text":"posted"})", "application/json");
+        });
+        server.server().Get("/echo", [](const httplib::Request& request, httplib::Response& response) {
+            response.set_content(Greeting{request.get_param_value("n")}.toJson(), "application/json");
+        });
+    }
+
+    void record(const httplib::Request& request) {
+        std::lock_guard lock(seenMutex);
+        seen = {request.method, request.target, request.body, request.headers};
+    }
+    Seen lastSeen() {
+        std::lock_guard lock(seenMutex);
+        return seen;
+    }
+
+    LoopbackServer server;
+    std::shared_ptr<platform::CurlHttpTransport> transport;
+    BaseAPIService service;
+    std::mutex seenMutex;
+    Seen seen;
+};
+
+TEST_F(ServiceOverCurl, GetDecodesTheBodyAndSendsQueryAndHeaders) {
+    GetRequest<Greeting> request;
+    request.query = {{"latitude", "40.0"}, {"name", "a b&c=d/\xC3\xA9"}, {"empty", ""}};
+
+    auto result = executeAndWait(service, request);
+
+    ASSERT_TRUE(result) << result.error()->description();
+    EXPECT_EQ(result.value().text, "hi");
+    Seen got = lastSeen();
+    EXPECT_EQ(got.method, "GET");
+    EXPECT_EQ(got.target, "/api/v1/greeting?latitude=40.0&name=a%20b%26c%3Dd%2F%C3%A9&empty=");
+    EXPECT_EQ(headerValue(got.headers, "Authorization"), "Bearer token-123");
+    EXPECT_EQ(headerValue(got.headers, "Accept"), "application/json");
+    EXPECT_EQ(got.headers.count("Content-Type"), 0u);
+}
+
+TEST_F(ServiceOverCurl, PostSendsTheEncodedBodyAndRequestHeadersReplaceDefaults) {
+    struct Post : EncodableRequest<Greeting, Greeting> {
+        using EncodableRequest::EncodableRequest;
+        std::string requestEndPoint() const override { return std::string(latestApi) + "/greeting"; }
+        HttpHeaders headers() const override { return {{"accept", "text/plain"}, {"X-Trace", "7"}}; }
+    };
+
+    auto result = executeAndWait(service, Post(Greeting{"hello \"you\""}));
+
+    ASSERT_TRUE(result) << result.error()->description();
+    EXPECT_EQ(result.value().text, "posted");
+    Seen got = lastSeen();
+    EXPECT_EQ(got.method, "POST");
+    EXPECT_EQ(got.body, R"({"text":"hello \"you\""})");
+    EXPECT_EQ(headerValue(got.headers, "Content-Type"), "application/json");
+    EXPECT_EQ(got.headers.count("Accept"), 1u);
+    EXPECT_EQ(headerValue(got.headers, "Accept"), "text/plain");
+    EXPECT_EQ(headerValue(got.headers, "X-Trace"), "7");
+}
+
+TEST_F(ServiceOverCurl, StatusesOutside2xxBecomeHttpStatusErrors) {
+    struct Case {
+        int status;
+        std::string body;
+    };
+    for (const Case& c : {Case{404, "not here"}, Case{500, R"({"error":"boom"})"}, Case{401, ""}}) {
+        SCOPED_TRACE(c.status);
+        std::string path = "/api/v1/status/" + std::to_string(c.status);
+        server.server().Get(path, [c](const httplib::Request&, httplib::Response& response) {
+            response.status = c.status;
+            response.set_content(c.body, "text/plain");
+        });
+        GetRequest<Greeting> request;
+        request.path = path;
+
+        auto result = executeAndWait(service, request);
+
+        ASSERT_FALSE(result);
+        const APIError& error = apiError(result.error());
+        EXPECT_EQ(error.kind(), APIError::Kind::httpStatus);
+        EXPECT_EQ(error.status(), c.status);
+        EXPECT_EQ(error.body(), c.body);
+        EXPECT_EQ(error.description(), "The server answered with HTTP status " + std::to_string(c.status));
+    }
+}
+
+TEST_F(ServiceOverCurl, UndecodableBodiesBecomeDecodingErrors) {
+    int index = 0;
+    for (std::string body : {"<html>oops</html>", R"({"other":1})", R"({"text":"hi"} trailing)", ""}) {
+        SCOPED_TRACE(body);
+        std::string path = "/api/v1/garbage/" + std::to_string(index++);
+        server.server().Get(path, [body](const httplib::Request&, httplib::Response& response) {
+            response.set_content(body, "application/json");
+        });
+        GetRequest<Greeting> request;
+        request.path = path;
+
+        auto result = executeAndWait(service, request);
+
+        ASSERT_FALSE(result);
+        const APIError& error = apiError(result.error());
+        EXPECT_EQ(error.kind(), APIError::Kind::decoding);
+        EXPECT_FALSE(error.message().empty());
+        EXPECT_EQ(error.description(), "The response could not be decoded: " + error.message());
+    }
+}
+
+TEST_F(ServiceOverCurl, VoidResponsesIgnoreTheBody) {
+    server.server().Post("/api/v1/events", [](const httplib::Request&, httplib::Response& response) {
+        response.set_content("not json at all", "text/plain");
+    });
+    struct Upload : EncodableRequest<Greeting> {
+        using EncodableRequest::EncodableRequest;
+        std::string requestEndPoint() const override { return "/api/v1/events"; }
+    };
+
+    EXPECT_TRUE(executeAndWait(service, Upload(Greeting{"x"})));
+}
+
+TEST_F(ServiceOverCurl, ATimeoutFailsPromptlyAsATransportTimeout) {
+    GetRequest<Greeting> request;
+    request.path = "/slow";
+    request.limit = 200ms;
+
+    auto started = std::chrono::steady_clock::now();
+    auto result = executeAndWait(service, request);
+    auto elapsed = std::chrono::steady_clock::now() - started;
+
+    ASSERT_FALSE(result);
+    const APIError& error = apiError(result.error());
+    EXPECT_EQ(error.kind(), APIError::Kind::transport);
+    EXPECT_EQ(error.transportKind(), TransportErrorKind::timedOut);
+    EXPECT_TRUE(error.description().starts_with("The request failed: timed out")) << error.description();
+    EXPECT_LT(elapsed, 2s);
+}
+
+TEST_F(ServiceOverCurl, CancelAllEndsPendingRequestsButNotLaterOnes) {
+    GetRequest<Greeting> slow;
+    slow.path = "/slow";
+    std::vector<std::future<Result<Greeting>>> pending;
+    std::atomic<int> calls = 0;
+    for (int i = 0; i < 3; ++i) {
+        auto promise = std::make_shared<std::promise<Result<Greeting>>>();
+        pending.push_back(promise->get_future());
+        service.execute(slow, [promise, &calls](Result<Greeting> result) {
+            ++calls;
+            promise->set_value(std::move(result));
+        });
+    }
+    ASSERT_TRUE(server.waitForSlowRequests(3));
+
+    transport->cancelAll();
+
+    for (auto& future : pending) {
+        ASSERT_EQ(future.wait_for(1s), std::future_status::ready);
+        auto result = future.get();
+        ASSERT_FALSE(result);
+        EXPECT_EQ(apiError(result.error()).kind(), APIError::Kind::cancelled);
+        EXPECT_EQ(result.error()->description(), "The request was cancelled");
+    }
+    EXPECT_TRUE(executeAndWait(service, GetRequest<Greeting>()));
+    EXPECT_EQ(calls.load(), 3);
+}
+
+TEST_F(ServiceOverCurl, ManyConcurrentRequestsEachGetTheirOwnAnswer) {
+    constexpr int count = 40;
+    std::vector<std::future<Result<Greeting>>> answers;
+    for (int i = 0; i < count; ++i) {
+        GetRequest<Greeting> request;
+        request.path = "/echo";
+        request.query = {{"n", std::to_string(i)}};
+        auto promise = std::make_shared<std::promise<Result<Greeting>>>();
+        answers.push_back(promise->get_future());
+        service.execute(request, [promise](Result<Greeting> result) { promise->set_value(std::move(result)); });
+    }
+    for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(answers[i].wait_for(5s), std::future_status::ready);
+        auto result = answers[i].get();
+        ASSERT_TRUE(result) << result.error()->description();
+        EXPECT_EQ(result.value().text, std::to_string(i));
+    }
+}
+
+// ---- the transport on its own ----
+
+platform::HttpResult sendAndWait(platform::HttpTransport& transport, platform::HttpRequest request) {
+    std::promise<platform::HttpResult> promise;
+    auto future = promise.get_future();
+    transport.send(std::move(request), [&promise](platform::HttpResult result) { promise.set_value(std::move(result)); });
+    return future.get();
+}
+
+TEST(CurlHttpTransport, SendsEachMethodWithItsBody) {
+    LoopbackServer server;
+    auto echo = [](const httplib::Request& request, httplib::Response& response) {
+        response.set_header("X-Method", request.method);
+        response.set_content(request.body, "text/plain");
+    };
+    server.server().Get("/m", echo).Post("/m", echo).Put("/m", echo).Delete("/m", echo);
+    platform::CurlHttpTransport transport;
+
+    for (auto [method, body] : {std::pair{HttpMethod::get, ""}, std::pair{HttpMethod::post, "p"},
+                                std::pair{HttpMethod::put, "u"}, std::pair{HttpMethod::delete_, ""}}) {
+        SCOPED_TRACE(platform::httpMethodName(method));
+        auto result = sendAndWait(transport, {method, server.baseURL() + "/m", {}, body});
+
+        auto* response = std::get_if<platform::HttpResponse>(&result);
+        ASSERT_NE(response, nullptr);
+        EXPECT_EQ(response->status, 200);
+        ASSERT_NE(platform::findHeader(response->headers, "x-method"), nullptr);
+        EXPECT_EQ(*platform::findHeader(response->headers, "x-method"), platform::httpMethodName(method));
+        EXPECT_EQ(response->body, body);
+    }
+}
+
+TEST(CurlHttpTransport, FailuresWithoutAResponseHaveTheirKind) {
+    LoopbackServer server;
+    server.server().Get("/big", [](const httplib::Request&, httplib::Response& response) {
+        response.set_content(std::string(1000, 'x'), "text/plain");
+    });
+    // A bound socket that does not listen: connecting to it is refused.
+    int closedSocket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(::bind(closedSocket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::getsockname(closedSocket, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    std::string refusedURL = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+    platform::CurlHttpTransport transport;
+
+    struct Case {
+        std::string url;
+        std::size_t maxResponseBytes;
+        TransportErrorKind kind;
+    };
+    for (const Case& c : {Case{refusedURL, 1u << 20, TransportErrorKind::cannotConnect},
+                          Case{"ftp://127.0.0.1/file", 1u << 20, TransportErrorKind::badURL},
+                          Case{server.baseURL() + "/big", 100, TransportErrorKind::responseTooLarge}}) {
+        SCOPED_TRACE(c.url);
+        platform::HttpRequest request;
+        request.url = c.url;
+        request.maxResponseBytes = c.maxResponseBytes;
+
+        auto result = sendAndWait(transport, request);
+
+        auto* failure = std::get_if<platform::TransportError>(&result);
+        ASSERT_NE(failure, nullptr);
+        EXPECT_EQ(failure->kind, c.kind) << failure->message;
+    }
+    ::close(closedSocket);
+}
+
+TEST(CurlHttpTransport, DestroyingTheTransportCancelsWhatIsRunning) {
+    LoopbackServer server;
+    std::promise<platform::HttpResult> promise;
+    auto future = promise.get_future();
+    {
+        platform::CurlHttpTransport transport;
+        transport.send({HttpMethod::get, server.baseURL() + "/slow"},
+                       [&promise](platform::HttpResult result) { promise.set_value(std::move(result)); });
+        ASSERT_TRUE(server.waitForSlowRequests(1));
+    }
+    ASSERT_EQ(future.wait_for(0s), std::future_status::ready);
+    auto result = future.get();
+    auto* failure = std::get_if<platform::TransportError>(&result);
+    ASSERT_NE(failure, nullptr);
+    EXPECT_EQ(failure->kind, TransportErrorKind::cancelled);
+}
+
+// ---- without a network ----
+
+TEST(BaseAPIService, WithoutABaseURLNothingIsSent) {
+    auto fake = std::make_shared<testing::FakeHttpTransport>();
+    BaseAPIService service(fake, APIServiceConfiguration{});
+    std::optional<Result<Greeting>> answer;
+
+    service.execute(GetRequest<Greeting>(), [&answer](Result<Greeting> result) { answer = std::move(result); });
+
+    ASSERT_TRUE(answer.has_value());
+    ASSERT_FALSE(*answer);
+    EXPECT_EQ(apiError(answer->error()).kind(), APIError::Kind::notConfigured);
+    EXPECT_EQ(fake->requestCount(), 0u);
+}
+
+TEST(BaseAPIService, BuildsTheURLFromBaseEndPointAndQuery) {
+    auto fake = std::make_shared<testing::FakeHttpTransport>();
+    struct Case {
+        std::string baseURL, path;
+        QueryParams query;
+        std::string url;
+    };
+    for (const Case& c : {
+             Case{"https://api.example.com", "/api/v1/sites", {}, "https://api.example.com/api/v1/sites"},
+             Case{"https://api.example.com/", "/api/v1/sites", {{"page", "1"}}, "https://api.example.com/api/v1/sites?page=1"},
+             Case{"http://h/prefix//", "x", {{"a+b", "~-._"}, {"q", "1,2;3"}}, "http://h/prefix/x?a%2Bb=~-._&q=1%2C2%3B3"},
+         }) {
+        GetRequest<Greeting> request;
+        request.path = c.path;
+        request.query = c.query;
+        EXPECT_EQ(BaseAPIService(fake, APIServiceConfiguration{c.baseURL, ""}).url(request), c.url);
+    }
+}
+
+TEST(BaseAPIService, NoTokenSendsNoAuthorizationHeader) {
+    auto fake = std::make_shared<testing::FakeHttpTransport>();
+    fake->respond(HttpMethod::get, "/api/v1/greeting", 200, R"({"text":"ok"})");
+    BaseAPIService service(fake, APIServiceConfiguration{"http://h", "", 1500ms});
+
+    ASSERT_TRUE(executeAndWait(service, GetRequest<Greeting>()));
+
+    auto sent = fake->requests().at(0);
+    EXPECT_EQ(platform::findHeader(sent.headers, "Authorization"), nullptr);
+    EXPECT_EQ(sent.timeout, 1500ms);
+}
+
+TEST(APIError, DescriptionsAreStable) {
+    EXPECT_EQ(APIError::transport({TransportErrorKind::hostNotFound, "Could not resolve host: x"})->description(),
+              "The request failed: host not found (Could not resolve host: x)");
+    EXPECT_EQ(APIError::transport({TransportErrorKind::connectionLost, ""})->description(),
+              "The request failed: connection lost");
+    EXPECT_EQ(APIError::transport({TransportErrorKind::cancelled, "x"})->description(), "The request was cancelled");
+    EXPECT_EQ(APIError::notConfigured()->description(),
+              "The request was not sent: the core library is not configured");
+    EXPECT_EQ(APIError::from(makeError<SimpleError>("other")), nullptr);
+}
+
+}  // namespace
+}  // namespace drovel::core
