@@ -1,0 +1,71 @@
+#include "data/NotifyDateFormat.h"
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+namespace drovel::notify {
+
+namespace {
+
+bool readDigits(std::string_view text, std::size_t start, std::size_t count, int& out) {
+    out = 0;
+    for (std::size_t i = start; i < start + count; ++i) {
+        char c = text[i];
+        if (c < '0' || c > '9') return false;
+        out = out * 10 + (c - '0');
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<CalendarDay> parseDay(std::string_view text) {
+    // The formatter is strict: fixed widths, nothing before or after, and only days that exist.
+    if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+    CalendarDay day{};
+    if (!readDigits(text, 0, 4, day.year) || !readDigits(text, 5, 2, day.month) || !readDigits(text, 8, 2, day.day))
+        return std::nullopt;
+    std::chrono::year_month_day ymd{std::chrono::year(day.year), std::chrono::month(static_cast<unsigned>(day.month)),
+                                    std::chrono::day(static_cast<unsigned>(day.day))};
+    if (!ymd.ok()) return std::nullopt;
+    return day;
+}
+
+std::optional<Date> startOfDay(CalendarDay day) {
+    std::tm fields{};
+    fields.tm_year = day.year - 1900;
+    fields.tm_mon = day.month - 1;
+    fields.tm_mday = day.day;
+    fields.tm_isdst = -1;
+    // mktime re-reads TZ, and for a midnight that a clock change skips it lands just after the gap.
+    std::time_t seconds = std::mktime(&fields);
+    if (seconds == static_cast<std::time_t>(-1)) return std::nullopt;
+    return std::chrono::system_clock::from_time_t(seconds);
+}
+
+std::string iso8601FullLocalTZ(Date date) {
+    using namespace std::chrono;
+    auto wholeSeconds = floor<std::chrono::seconds>(date);
+    int fraction = static_cast<int>(duration_cast<std::chrono::milliseconds>(date - wholeSeconds).count());
+    std::time_t seconds = system_clock::to_time_t(wholeSeconds);
+    // localtime_r alone need not notice a changed TZ.
+    tzset();
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[48];
+    int length = std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03d", local.tm_year + 1900,
+                               local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, fraction);
+    std::string out(text, static_cast<std::size_t>(length));
+    long offsetMinutes = local.tm_gmtoff / 60;
+    if (offsetMinutes == 0) {
+        out += 'Z';
+    } else {
+        long magnitude = offsetMinutes < 0 ? -offsetMinutes : offsetMinutes;
+        std::snprintf(text, sizeof text, "%c%02ld:%02ld", offsetMinutes < 0 ? '-' : '+', magnitude / 60, magnitude % 60);
+        out += text;
+    }
+    return out;
+}
+
+}  // namespace drovel::notify
