@@ -1,0 +1,178 @@
+#include "data/NotifyDBManager.h"
+
+#include <filesystem>
+#include <mutex>
+
+#include "data/ModuleLogger.h"
+
+namespace drovel::notify {
+
+namespace {
+
+constexpr std::string_view kFile = "NotifyDBManager";
+
+using MigrationVersion = NotifyDBManager::MigrationVersion;
+
+// The statements of v1 to v7, as installed databases have been migrated with them. They are
+// history: never edit one, add a version instead. Made on first use, so that code running during
+// static initialisation may open a database.
+const std::array<std::vector<std::string_view>, 7>& migrationTexts() {
+    static const std::array<std::vector<std::string_view>, 7> texts{{
+    // v1: first install.
+    {
+        "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
+        "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
+        "geofence_radius_meters INTEGER, content TEXT, last_triggered_at TEXT);",
+        "CREATE TABLE 'notify_site' (id INTEGER PRIMARY KEY NOT NULL, partner_identifier TEXT, "
+        "distance_meters INTEGER NOT NULL, latitude TEXT NOT NULL, longitude TEXT NOT NULL, beacon_minor INTEGER, "
+        "campaign_ids TEXT NOT NULL);",
+        "CREATE TABLE 'notify_analytics_event' (guid TEXT PRIMARY KEY NOT NULL, name TEXT NOT NULL, "
+        "occurred_at TEXT NOT NULL, campaign_id INTEGER NOT NULL, params TEXT NOT NULL);",
+        "CREATE TABLE 'notify_interest_area' (id INTEGER PRIMARY KEY NOT NULL, name TEXT, "
+        "beacon_major INTEGER NOT NULL);",
+    },
+    // v2: trigger times move out of the campaign table.
+    {
+        "ALTER TABLE 'notify_campaign' RENAME TO 'old_notify_campaign';",
+        "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
+        "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
+        "geofence_radius_meters INTEGER, content TEXT);",
+        "INSERT INTO 'notify_campaign' (id, targeting_type, interest_area_id, start_day, end_day, repeatability, "
+        "geofence_radius_meters, content) SELECT id, targeting_type, interest_area_id, start_day, end_day, "
+        "repeatability, geofence_radius_meters, content FROM 'old_notify_campaign';",
+        "CREATE TABLE IF NOT EXISTS 'notify_trigger_event' (last_triggered_at TEXT NOT NULL, "
+        "campaign_id INTEGER NOT NULL, site_id INTEGER);",
+        "INSERT INTO 'notify_trigger_event' (campaign_id, last_triggered_at) SELECT id, last_triggered_at FROM "
+        "'old_notify_campaign' WHERE last_triggered_at IS NOT NULL;",
+        "DROP TABLE 'old_notify_campaign';",
+    },
+    // v3: defer on pickup.
+    {
+        "ALTER TABLE 'notify_campaign' RENAME TO 'old_notify_campaign';",
+        "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
+        "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
+        "geofence_radius_meters INTEGER, content TEXT, defer_on_pickup BOOLEAN NOT NULL DEFAULT 0);",
+        "INSERT INTO 'notify_campaign' (id, targeting_type, interest_area_id, start_day, end_day, repeatability, "
+        "geofence_radius_meters, content) SELECT id, targeting_type, interest_area_id, start_day, end_day, "
+        "repeatability, geofence_radius_meters, content FROM 'old_notify_campaign';",
+        "DROP TABLE 'old_notify_campaign';",
+    },
+    // v4: region types, one notification row per campaign/site pair, interest areas removed. The old
+    // targeting types were stored as JSON text, double quotes included.
+    {
+        "ALTER TABLE 'notify_campaign' ADD COLUMN region_type TEXT",
+        "ALTER TABLE 'notify_campaign' ADD COLUMN beacon_uuid TEXT",
+        "ALTER TABLE 'notify_campaign' ADD COLUMN beacon_major INTEGER DEFAULT NULL",
+        R"(UPDATE 'notify_campaign' SET region_type='"beacon"' WHERE targeting_type in ('"beacon_area_of_interest"','"beacon_site"'))",
+        R"(UPDATE 'notify_campaign' SET region_type='"geofence"' WHERE targeting_type='"geofence_approach"')",
+        "UPDATE notify_campaign SET beacon_major = a.beacon_major FROM (SELECT id, beacon_major FROM "
+        "notify_interest_area) AS a WHERE interest_area_id = a.id",
+        "CREATE TABLE 'notify_notification' (id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL, "
+        "campaign_id INTEGER NOT NULL, site_id INTEGER);",
+        R"(INSERT INTO 'notify_notification' (campaign_id, site_id) SELECT c.id, NULL FROM 'notify_campaign' as c WHERE c.region_type='"beacon"';)",
+        // Every geofence campaign is paired with every stored site.
+        R"(INSERT INTO 'notify_notification' (campaign_id, site_id) SELECT c.id, s.id FROM 'notify_campaign' as c CROSS JOIN notify_site as s WHERE c.region_type='"geofence"';)",
+        "DROP TABLE 'notify_interest_area';",
+        "ALTER TABLE 'notify_campaign' DROP COLUMN 'targeting_type';",
+        "ALTER TABLE 'notify_campaign' DROP COLUMN 'interest_area_id';",
+        "ALTER TABLE 'notify_site' DROP COLUMN 'campaign_ids';",
+    },
+    // v5: content per notification row.
+    {
+        "ALTER TABLE 'notify_notification' ADD COLUMN content TEXT NOT NULL DEFAULT ''",
+        "UPDATE notify_notification SET content = (SELECT notify_campaign.content FROM notify_campaign WHERE "
+        "notify_campaign.id = notify_notification.campaign_id) WHERE EXISTS (SELECT 1 FROM notify_campaign WHERE "
+        "notify_campaign.id = notify_notification.campaign_id);",
+    },
+    // v6: a repeat interval replaces the repeatability, which was stored as the bare word.
+    {
+        "ALTER TABLE 'notify_campaign' ADD COLUMN repeat_interval_days INTEGER NOT NULL DEFAULT 0",
+        "UPDATE 'notify_campaign' SET repeat_interval_days = 1 WHERE repeatability = 'daily';",
+    },
+    // v7
+    {
+        "ALTER TABLE 'notify_campaign' DROP COLUMN 'repeatability';",
+    },
+}};
+    return texts;
+}
+
+bool fileExists(const std::string& path) {
+    std::error_code error;
+    // A path that cannot be examined counts as missing; opening it then reports the problem.
+    return std::filesystem::exists(path, error);
+}
+
+}  // namespace
+
+std::optional<MigrationVersion> NotifyDBManager::migrationVersionFromRawValue(long long raw) {
+    if (raw < rawValue(MigrationVersion::v1) || raw > rawValue(MigrationVersion::v7)) return std::nullopt;
+    return static_cast<MigrationVersion>(raw);
+}
+
+std::string_view NotifyDBManager::caseName(MigrationVersion version) {
+    static constexpr std::array<std::string_view, 7> names{"v1", "v2", "v3", "v4", "v5", "v6", "v7"};
+    return names[rawValue(version) - 1];
+}
+
+const std::vector<std::string_view>& NotifyDBManager::statements(MigrationVersion version) {
+    return migrationTexts()[rawValue(version) - 1];
+}
+
+NotifyDBManager::NotifyDBManager(const std::string& path, bool migrate)
+    : NotifyDBManager(path, migrate, [](MigrationVersion version) { return statements(version); }) {}
+
+NotifyDBManager::NotifyDBManager(const std::string& path, bool migrate, MigrationStatements migrationStatements)
+    // needsInit_ is declared before dbManager_, so the file is looked for before opening creates it.
+    : needsInit_(!fileExists(path)), dbManager_(path), migrationStatements_(std::move(migrationStatements)) {
+    if (!migrate) return;
+    for (MigrationVersion version : allMigrationVersions) migrateForVersion(version);
+}
+
+std::string NotifyDBManager::databasePath(const std::string& applicationSupportDirectory) {
+    return applicationSupportDirectory + "/DrovelNotify.sqlite";
+}
+
+NotifyDBManager& NotifyDBManager::shared(const std::string& applicationSupportDirectory) {
+    static std::mutex mutex;
+    // Never destroyed: worker threads may still use the database while the process exits.
+    static NotifyDBManager* instance = nullptr;
+    std::lock_guard lock(mutex);
+    if (instance == nullptr) {
+        // The host's configuration, not the module, decides the folder; an unusable one becomes an
+        // error the caller logs rather than a stopped process.
+        if (applicationSupportDirectory.empty())
+            throw core::DatabaseError("The application-support directory is unknown; cannot open DrovelNotify.sqlite");
+        instance = new NotifyDBManager(databasePath(applicationSupportDirectory), true);
+    }
+    return *instance;
+}
+
+void NotifyDBManager::migrateForVersion(MigrationVersion version) {
+    const int target = rawValue(version);
+    try {
+        if (dbManager_.dbVersion() >= target) return;
+        for (std::string_view statement : migrationStatements_(version)) dbManager_.execute(statement);
+        dbManager_.setDbVersion(target);
+    } catch (const core::DatabaseError& error) {
+        // No rollback, and the walk goes on: the next version checks only dbVersion, so it runs
+        // and, when it succeeds, moves dbVersion past this one. Installed databases have always
+        // been migrated this way.
+        moduleLogger().error(
+            "Could not execute Notify migration " + std::string(caseName(version)) + " with error:" + error.description(),
+            DROVEL_SOURCE(kFile, "migrateForVersion(_:)"));
+    }
+}
+
+std::string filteredStatement(std::string_view statement, std::int64_t campaignID) {
+    const std::string clause = " WHERE campaign_id=\"" + std::to_string(campaignID) + "\";";
+    std::string out;
+    out.reserve(statement.size() + clause.size());
+    for (char c : statement) {
+        if (c == ';') out += clause;
+        else out += c;
+    }
+    return out;
+}
+
+}  // namespace drovel::notify
