@@ -1,0 +1,261 @@
+#include "template/Context.h"
+
+#include "template/Unicode.h"
+
+namespace drovel::templating {
+
+using Value = Token::Value;
+
+namespace {
+
+template <class T>
+std::optional<std::int64_t> signedInteger(const std::any& value) {
+    if (auto* integer = std::any_cast<T>(&value)) return static_cast<std::int64_t>(*integer);
+    return std::nullopt;
+}
+
+struct KeyPathComponent {
+    std::string_view name;
+    std::optional<std::string_view> index;
+    std::string_view rest;
+};
+
+// Whether the character at `position` is a \w character, and its length; ASCII without decoding.
+bool wordCharacterAt(std::string_view path, std::size_t position, std::size_t& length) {
+    auto byte = static_cast<unsigned char>(path[position]);
+    if (byte < 0x80) {
+        length = 1;
+        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9') || byte == '_';
+    }
+    return unicode::isWordCharacter(unicode::decode(path, position, length));
+}
+
+// The first match of "(\w+)(\[(\d+)\])?\.?" in the path, with \w and \d in their Unicode meaning.
+std::optional<KeyPathComponent> firstKeyPathComponent(std::string_view path) {
+    std::size_t i = 0, length;
+    while (i < path.size() && !wordCharacterAt(path, i, length)) i += length;
+    if (i == path.size()) return std::nullopt;
+    std::size_t start = i;
+    while (i < path.size() && wordCharacterAt(path, i, length)) i += length;
+    KeyPathComponent component{path.substr(start, i - start), std::nullopt, {}};
+    if (i < path.size() && path[i] == '[') {
+        std::size_t j = i + 1;
+        while (j < path.size() && unicode::isDecimalDigit(unicode::decode(path, j, length))) j += length;
+        if (j > i + 1 && j < path.size() && path[j] == ']') {
+            component.index = path.substr(i + 1, j - i - 1);
+            i = j + 1;
+        }
+    }
+    if (i < path.size() && path[i] == '.') ++i;
+    component.rest = path.substr(i);
+    return component;
+}
+
+struct RangeLiteral {
+    std::string_view lower;
+    std::string_view upper;
+};
+
+// The first match of "\(([^\.\n]+)\.\.([^\.\n]+)\)". Every "(" before the same "." or line break
+// meets the same ".." and the same second group, so a failed candidate rules out the others up
+// to that point and the search stays linear.
+std::optional<RangeLiteral> firstRangeLiteral(std::string_view text) {
+    std::size_t from = 0;
+    while (true) {
+        std::size_t open = text.find('(', from);
+        if (open == std::string_view::npos) return std::nullopt;
+        std::size_t firstEnd = text.find_first_of(".\n", open + 1);
+        if (firstEnd == std::string_view::npos) return std::nullopt;
+        if (firstEnd > open + 1 && text.substr(firstEnd, 2) == "..") {
+            std::size_t secondStart = firstEnd + 2;
+            std::size_t secondEnd = std::min(text.find_first_of(".\n", secondStart), text.size());
+            // The second group backtracks to the last ")" of its run that leaves it non-empty.
+            std::size_t close = text.substr(secondStart, secondEnd - secondStart).rfind(')');
+            if (close != std::string_view::npos && close > 0)
+                return RangeLiteral{text.substr(open + 1, firstEnd - open - 1), text.substr(secondStart, close)};
+        }
+        from = firstEnd + 1;
+    }
+}
+
+// A quoted literal loses every quote character at either end (quotes are not paired).
+std::optional<std::string_view> quotedLiteral(std::string_view operand) {
+    for (std::string_view quote : {std::string_view("\""), std::string_view("'")}) {
+        if (unicode::hasPrefix(operand, quote) && unicode::hasSuffix(operand, quote)) {
+            std::size_t start = operand.find_first_not_of(quote[0]);
+            if (start == std::string_view::npos) return std::string_view();
+            return operand.substr(start, operand.find_last_not_of(quote[0]) - start + 1);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Value> convertHostValue(const HostValue& value) {
+    if (!value.has_value()) return Value::nil();
+    for (auto integer : {signedInteger<int>(value), signedInteger<long>(value), signedInteger<long long>(value),
+                         signedInteger<short>(value), signedInteger<signed char>(value)})
+        if (integer) return Value::decimal(Decimal(*integer));
+    if (auto* number = std::any_cast<double>(&value)) return Value::decimal(Decimal::fromDouble(*number));
+    if (auto* text = std::any_cast<std::string>(&value)) return Value::string(*text);
+    if (auto* text = std::any_cast<std::string_view>(&value)) return Value::string(std::string(*text));
+    if (auto* text = std::any_cast<const char*>(&value)) return Value::string(*text ? *text : "");
+    if (auto* flag = std::any_cast<bool>(&value)) return Value::boolean(*flag);
+    return std::nullopt;
+}
+
+Context::Context(const std::map<std::string, HostValue>& hostDictionary) {
+    for (const auto& [name, value] : hostDictionary)
+        if (auto converted = convertHostValue(value)) variables.set(name, std::move(*converted));
+}
+
+const Value* Context::getValue(std::string_view name) const { return variables.find(name); }
+
+void Context::set(Value value, std::string_view name) { variables.set(name, std::move(value)); }
+
+void Context::set(const HostValue& value, std::string_view name) {
+    if (auto converted = convertHostValue(value)) set(std::move(*converted), name);
+}
+
+namespace {
+
+// Counter names compare like the platform's strings: by canonical equivalence.
+std::int64_t& counter(std::map<std::string, std::int64_t, std::less<>>& counters, std::string_view name) {
+    std::string key = unicode::canonicalForm(name);
+    auto found = counters.find(key);
+    if (found == counters.end()) found = counters.emplace(std::move(key), 0).first;
+    return found->second;
+}
+
+}  // namespace
+
+std::int64_t Context::incrementCounter(std::string_view name) {
+    std::int64_t& value = counter(counters, name);
+    std::int64_t current = value;
+    value = static_cast<std::int64_t>(static_cast<std::uint64_t>(current) + 1);
+    return current;
+}
+
+std::int64_t Context::decrementCounter(std::string_view name) {
+    std::int64_t& value = counter(counters, name);
+    value = static_cast<std::int64_t>(static_cast<std::uint64_t>(value) - 1);
+    return value;
+}
+
+std::optional<Value> Context::next(const std::vector<Value>& values, std::optional<std::string_view> identifier) {
+    Hasher hasher;
+    if (identifier) {
+        unicode::hashCanonically(hasher, *identifier);
+    } else {
+        hasher.combine(values.size());
+        for (const auto& value : values) value.hash(hasher);
+    }
+    std::uint64_t key = hasher.finalize();
+    auto found = groups.find(key);
+    if (found != groups.end() && found->second.originalHash == key &&
+        found->second.position < found->second.values.size())
+        return found->second.values[found->second.position++];
+    Group& group = groups[key] = Group{key, values, 0};
+    if (group.values.empty()) return std::nullopt;
+    group.position = 1;
+    return group.values.front();
+}
+
+std::shared_ptr<SupplementalContext> Context::makeSupplement(Dictionary loopVariables) {
+    return std::make_shared<SupplementalContext>(shared_from_this(), std::move(loopVariables));
+}
+
+std::optional<Value> Context::resolveOperand(std::string_view text, bool variableLookupForbidden) const {
+    std::string_view operand = unicode::trimWhitespaceAndNewlines(text);
+    if (operand == "true") return Value::boolean(true);
+    if (operand == "false") return Value::boolean(false);
+    // The range pattern is matched against the text as given, before trimming.
+    if (text.find("..") != std::string_view::npos) {
+        if (auto literal = firstRangeLiteral(text)) {
+            auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
+                auto value = resolveOperand(side);
+                if (!value) return std::nullopt;
+                return value->integerValue();
+            };
+            std::optional<std::int64_t> lowerBound = bound(literal->lower), upperBound = bound(literal->upper);
+            if (lowerBound.has_value() && upperBound.has_value()) {
+                if (*lowerBound > *upperBound)
+                    throw TemplateFatalError("Range literal “" + std::string(operand) +
+                                             "” has its lower bound above its upper bound");
+                return Value::range(*lowerBound, *upperBound);
+            }
+        }
+    }
+    if (auto literal = quotedLiteral(operand)) return Value::string(std::string(*literal));
+    if (auto integer = parseInteger(operand)) return Value::integer(*integer);
+    if (!variableLookupForbidden) {
+        // Key paths read this context's own variables only: inside a loop that is the loop's
+        // variables, so a dotted path into an outer variable finds nothing. Intended.
+        if (operand.find('.') != std::string_view::npos)
+            if (auto* value = valueForKeyPath(operand, variables)) return *value;
+        if (auto* value = getValue(operand)) return *value;
+    }
+    if (auto number = Decimal::parse(operand)) return Value::decimal(*number);
+    return std::nullopt;
+}
+
+const Value* Context::valueForKeyPath(std::string_view keyPath, const Dictionary& variables) {
+    const Dictionary* map = &variables;
+    for (std::string_view path = keyPath;;) {
+        auto component = firstKeyPathComponent(path);
+        if (!component) return nullptr;
+        const Value* value = map->find(component->name);
+        if (!value) return nullptr;
+        path = component->rest;
+        const Value* element = nullptr;
+        if (component->index) {
+            // An index in another script's digits matches the pattern but is no integer.
+            auto index = parseInteger(*component->index);
+            auto* array = value->asArray();
+            if (!array || !index || *index < 0 || static_cast<std::uint64_t>(*index) >= array->size()) return nullptr;
+            element = &(*array)[static_cast<std::size_t>(*index)];
+        } else if (path.empty()) {
+            return value;
+        } else if (auto* dictionary = value->asDictionary()) {
+            map = dictionary;
+            continue;
+        } else if (auto* array = value->asArray()) {
+            bool first = unicode::hasPrefix(path, "first");
+            if (!first && !unicode::hasPrefix(path, "last")) return nullptr;
+            path.remove_prefix(first ? 5 : 4);
+            if (!path.empty() && path[0] == '.') path.remove_prefix(1);
+            if (array->empty()) return nullptr;
+            element = first ? &array->front() : &array->back();
+        } else {
+            return nullptr;
+        }
+        if (path.empty()) return element;
+        map = element->asDictionary();
+        if (!map) return nullptr;
+    }
+}
+
+SupplementalContext::SupplementalContext(std::shared_ptr<Context> supplementedContext, Dictionary loopVariables)
+    : Context(std::move(loopVariables)), supplementedContext(std::move(supplementedContext)) {}
+
+const Value* SupplementalContext::getValue(std::string_view name) const {
+    if (auto* value = variables.find(name)) return value;
+    return supplementedContext->getValue(name);
+}
+
+void SupplementalContext::set(Value value, std::string_view name) { supplementedContext->set(std::move(value), name); }
+
+std::int64_t SupplementalContext::incrementCounter(std::string_view name) {
+    return supplementedContext->incrementCounter(name);
+}
+
+std::int64_t SupplementalContext::decrementCounter(std::string_view name) {
+    return supplementedContext->decrementCounter(name);
+}
+
+std::optional<Value> SupplementalContext::next(const std::vector<Value>& values, std::optional<std::string_view> identifier) {
+    return supplementedContext->next(values, identifier);
+}
+
+}  // namespace drovel::templating

@@ -1,0 +1,106 @@
+// The two evaluations of expressions: logical expressions of comparisons, and filter chains.
+
+#include "template/Log.h"
+#include "template/Parser.h"
+#include "template/SmallVector.h"
+#include "template/Unicode.h"
+
+namespace drovel::templating {
+
+namespace {
+
+using Value = Token::Value;
+
+// Splits on one character, dropping empty pieces. Quotes are not special.
+template <std::size_t N>
+void split(std::string_view text, char separator, SmallVector<std::string_view, N>& pieces) {
+    for (std::size_t start = 0; start < text.size();) {
+        std::size_t end = text.find(separator, start);
+        if (end == std::string_view::npos) end = text.size();
+        if (end > start) pieces.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
+std::string quoted(std::string_view text) { return "“" + std::string(text) + "”"; }
+
+}  // namespace
+
+Value Parser::evaluateExpression(std::string_view statement, Context* context) {
+    Context& scope = context ? *context : *context_;
+    if (statement.empty()) return Value::nil();
+    SmallVector<std::string_view, 8> components;
+    split(statement, ' ', components);
+    // A single operand: an unknown name quietly gives nil.
+    if (components.size() < 2) return scope.resolveOperand(statement).value_or(Value::nil());
+
+    auto fail = [&](std::string message) {
+        parseErrors_.push_back(ParseErrors::malformedExpression("Malformed expression: " + message));
+        return Value::nil();
+    };
+    // Comparisons are taken from the right end, so logical words group to the right:
+    // "a == 1 or b == 2 and c == 3" is "a == 1 or (b == 2 and c == 3)". No short-circuit.
+    std::optional<Value> accumulated;
+    std::size_t remaining = components.size();
+    while (true) {
+        std::string_view word = components[remaining - 1];
+        bool isLogical = word == "or" || word == "and";
+        std::size_t right = remaining - 1;
+        if (isLogical) {
+            if (!accumulated) return fail("Expected value but found logical operator " + quoted(word) + ".");
+            if (remaining == 1) return fail("Expected value but found nothing.");
+            right = remaining - 2;
+        }
+        auto rightValue = scope.resolveOperand(components[right]);
+        if (!rightValue) return fail("Unknown variable " + quoted(components[right]) + ".");
+        if (right == 0) return fail("Expected operator but found nothing.");
+        std::string_view operatorWord = components[right - 1];
+        const Operator* op = findOperator(operatorWord);
+        if (!op) return fail("Unknown operator " + quoted(operatorWord) + ".");
+        if (right == 1) return fail("Expected value before operator " + quoted(operatorWord) + " but found nothing.");
+        auto leftValue = scope.resolveOperand(components[right - 2]);
+        // The message names the component this step began with, not the left operand.
+        if (!leftValue) return fail("Unknown variable " + quoted(word) + ".");
+        Value result = op->lambda(*leftValue, *rightValue);
+        if (!accumulated) accumulated = std::move(result);
+        else if (word == "and") accumulated = Value::boolean(accumulated->isTruthy() && result.isTruthy());
+        else if (word == "or") accumulated = Value::boolean(accumulated->isTruthy() || result.isTruthy());
+        else return fail("Unknown logical operator " + quoted(word) + ".");
+        remaining = right - 2;
+        if (remaining == 0) return std::move(*accumulated);
+    }
+}
+
+Value Parser::evaluateFilteredExpression(std::string_view statement, Context* context) {
+    SmallVector<std::string_view, 4> pieces;
+    split(statement, '|', pieces);
+    if (pieces.size() < 2) return evaluateExpression(statement, context);
+    Context& scope = context ? *context : *context_;
+    Value value = evaluateExpression(pieces[0], context);
+    for (std::size_t i = 1; i < pieces.size(); ++i) {
+        std::string_view piece = pieces[i];
+        SmallVector<std::string_view, 2> parts;
+        split(piece, ':', parts);
+        // A colon inside an argument (a time format, say) makes a third part and ends the chain.
+        if (parts.size() > 2) {
+            log("Error: bad filter syntax: " + std::string(piece) + ". Stopping filter processing.");
+            return value;
+        }
+        std::string_view name = parts.empty() ? std::string_view() : unicode::trimWhitespaceAndNewlines(parts[0]);
+        SmallVector<Value, 4> arguments;
+        if (parts.size() == 2) {
+            SmallVector<std::string_view, 4> texts;
+            split(parts[1], ',', texts);
+            for (std::string_view text : texts) arguments.push_back(scope.resolveOperand(text).value_or(Value::nil()));
+        }
+        const Filter* filter = findFilter(name);
+        if (!filter) {
+            log("Unknown filter name: " + std::string(name) + ". Stopping filter processing.");
+            return value;
+        }
+        value = filter->lambda(value, arguments);
+    }
+    return value;
+}
+
+}  // namespace drovel::templating

@@ -1,0 +1,268 @@
+#include "template/Parser.h"
+
+#include "template/Log.h"
+#include "template/SmallVector.h"
+#include "template/Tag.h"
+#include "template/Unicode.h"
+
+namespace drovel::templating {
+
+namespace {
+
+using OutputState = Parser::Scope::OutputState;
+
+const std::shared_ptr<const Parser::TagRegistry>& builtinTagRegistry() {
+    static const auto registry = [] {
+        auto tags = std::make_shared<Parser::TagRegistry>();
+        for (const auto& tagClass : builtinTagClasses()) (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
+        return std::shared_ptr<const Parser::TagRegistry>(std::move(tags));
+    }();
+    return registry;
+}
+
+const std::shared_ptr<const std::vector<Filter>>& builtinFilterList() {
+    static const auto filters = std::make_shared<const std::vector<Filter>>(builtinFilters());
+    return filters;
+}
+
+const std::shared_ptr<const std::vector<Operator>>& builtinOperatorList() {
+    static const auto operators = std::make_shared<const std::vector<Operator>>(builtinOperators());
+    return operators;
+}
+
+// Calls onText for every output string of the scope in order, descending into child scopes in
+// place. Iterative: a template may nest thousands of blocks.
+template <class F>
+void forEachOutput(const Parser::Scope& scope, F&& onText) {
+    struct Frame {
+        const Parser::Scope* scope;
+        std::size_t next;
+    };
+    SmallVector<Frame, 16> stack;
+    stack.push_back({&scope, 0});
+    // SmallVector has no pop, so the walk keeps its own depth.
+    std::size_t depth = 1;
+    while (depth > 0) {
+        Frame& frame = stack[depth - 1];
+        if (frame.next == frame.scope->processedStatements.size()) {
+            --depth;
+            continue;
+        }
+        const auto& statement = frame.scope->processedStatements[frame.next++];
+        if (auto* child = std::get_if<Parser::Scope*>(&statement)) {
+            if (depth < stack.size()) stack[depth] = {*child, 0};
+            else stack.push_back({*child, 0});
+            ++depth;
+        } else if (auto* view = std::get_if<std::string_view>(&statement)) {
+            onText(*view);
+        } else {
+            onText(std::string_view(std::get<std::string>(statement)));
+        }
+    }
+}
+
+}  // namespace
+
+Parser::Scope::Scope(std::unique_ptr<Tag> tag, Scope* parent) : tag_(std::move(tag)), parent_(parent) {
+    if (!parent) return;
+    parent->processedStatements.emplace_back(this);
+    // Nothing inside a hidden or halted block shows, whatever its own tag decides.
+    if (parent->outputState_ != OutputState::enabled) outputState_ = parent->outputState_;
+    evaluationContext_ = parent->evaluationContext_;
+}
+
+Parser::Scope::~Scope() = default;
+
+void Parser::Scope::setOutputState(OutputState state) {
+    for (Scope* scope = this; scope; scope = scope->openChild_) scope->outputState_ = state;
+}
+
+void Parser::Scope::setContext(std::shared_ptr<Context> context) {
+    context_ = std::move(context);
+    evaluationContext_ = context_ ? context_.get() : (parent_ ? parent_->evaluationContext_ : nullptr);
+    passContextDown();
+}
+
+void Parser::Scope::passContextDown() {
+    for (Scope* child = openChild_; child && !child->context_; child = child->openChild_)
+        child->evaluationContext_ = evaluationContext_;
+}
+
+Parser::Parser(std::vector<Token> tokens, std::shared_ptr<Context> context)
+    : tokens_(std::move(tokens)),
+      context_(context ? std::move(context) : std::make_shared<Context>()),
+      filters_(builtinFilterList()),
+      operators_(builtinOperatorList()),
+      tags_(builtinTagRegistry()),
+      root_(std::make_unique<Scope>(nullptr, nullptr)),
+      current_(root_.get()) {
+    // Without loops the root never records more statements than there are tokens.
+    root_->processedStatements.reserve(tokens_.size());
+}
+
+Parser::~Parser() = default;
+
+void Parser::registerFilter(Filter filter) {
+    auto filters = std::make_shared<std::vector<Filter>>(*filters_);
+    auto existing = std::find_if(filters->begin(), filters->end(),
+                                 [&](const Filter& f) { return f.identifier == filter.identifier; });
+    if (existing != filters->end()) *existing = std::move(filter);
+    else filters->push_back(std::move(filter));
+    filters_ = std::move(filters);
+}
+
+void Parser::registerOperator(Operator op) {
+    auto operators = std::make_shared<std::vector<Operator>>(*operators_);
+    operators->push_back(std::move(op));
+    operators_ = std::move(operators);
+}
+
+void Parser::registerTag(const TagClass& tagClass) {
+    auto tags = std::make_shared<TagRegistry>(*tags_);
+    (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
+    tags_ = std::move(tags);
+}
+
+const Filter* Parser::findFilter(std::string_view identifier) const {
+    for (const auto& filter : *filters_)
+        if (filter.identifier == identifier) return &filter;
+    return nullptr;
+}
+
+const Operator* Parser::findOperator(std::string_view identifier) const {
+    for (const auto& op : *operators_)
+        if (op.identifier == identifier) return &op;
+    return nullptr;
+}
+
+std::vector<std::string> Parser::parse() {
+    if (!walked_) walk();
+    return flatten(*root_);
+}
+
+std::string Parser::parseJoined() {
+    if (!walked_) walk();
+    std::string out;
+    appendFlattened(*root_, out);
+    return out;
+}
+
+void Parser::appendFlattened(const Scope& scope, std::string& out) {
+    std::size_t size = out.size();
+    forEachOutput(scope, [&](std::string_view text) { size += text.size(); });
+    out.reserve(size);
+    forEachOutput(scope, [&](std::string_view text) { out += text; });
+}
+
+std::vector<std::string> Parser::flatten(const Scope& scope) {
+    std::vector<std::string> out;
+    forEachOutput(scope, [&](std::string_view text) { out.emplace_back(text); });
+    return out;
+}
+
+void Parser::leaveScope(Scope& scope) {
+    if (!scope.parent_) {
+        log("terminating scope tag scope has no parent scope!!!");
+        return;
+    }
+    scope.parent_->openChild_ = nullptr;
+    current_ = scope.parent_;
+}
+
+void Parser::walk() {
+    walked_ = true;
+    std::uint64_t visits = 0;
+    for (std::size_t index = 0; index < tokens_.size(); ++index) {
+        if (++visits > maximumTokenVisits) throw TemplateFatalError("Template rendering exceeded its step limit");
+        const Token& token = tokens_[index];
+        switch (token.kind) {
+            case Token::Kind::text:
+                if (current_->outputState_ == OutputState::enabled) current_->processedStatements.emplace_back(token.value);
+                break;
+            case Token::Kind::variable:
+                // A statement in a block that shows nothing is not even evaluated.
+                if (current_->outputState_ == OutputState::enabled) {
+                    Token::Value value = evaluateFilteredExpression(token.value, current_->evaluationContext_);
+                    std::string text;
+                    value.appendStringValue(text);
+                    current_->processedStatements.emplace_back(std::move(text));
+                }
+                break;
+            case Token::Kind::tag:
+                processTag(index);
+                break;
+        }
+    }
+    if (current_ != root_.get()) log("Unbalanced scopes!!");
+}
+
+void Parser::processTag(std::size_t& index) {
+    std::unique_ptr<Tag> tag = compileTag(tokens_[index].value);
+    if (!tag) return;
+    std::optional<std::size_t> resumeAt;
+    while (current_->tag_ && tag->terminates(*current_->tag_)) {
+        Scope& scope = *current_;
+        tag->didTerminate(scope, *this);
+        auto* loop = scope.tag_->iterationTag();
+        if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
+            if (auto next = loop->nextIterationContext()) {
+                // Another pass: walk the body again into the same scope.
+                scope.setContext(std::move(next));
+                scope.setOutputState(OutputState::enabled);
+                resumeAt = *scope.tagTokenIndex + 1;
+                break;
+            }
+        }
+        leaveScope(scope);
+        if (current_ == &scope || !tag->shouldTerminateParentScope()) break;
+    }
+    // Like text, a tag's output shows only where output is enabled.
+    if (tag->output && current_->outputState_ == OutputState::enabled) {
+        for (const auto& value : *tag->output) {
+            std::string text;
+            value.appendStringValue(text);
+            current_->processedStatements.emplace_back(std::move(text));
+        }
+    }
+    if (tag->definesScope()) openScope(std::move(tag), index);
+    if (resumeAt) index = *resumeAt - 1;
+}
+
+std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
+    std::string_view statement = unicode::trimWhitespaceAndNewlines(text);
+    if (statement.empty()) {
+        log("Malformed tag: “" + std::string(text) + "”");
+        return nullptr;
+    }
+    std::string_view keyword = statement.substr(0, unicode::findWhitespaceOrNewline(statement));
+    auto classes = tags_->find(keyword);
+    if (classes == tags_->end()) {
+        log("Unknown tag keyword: “" + std::string(keyword) + "”");
+        return nullptr;
+    }
+    Context* evaluation = current_->evaluationContext_;
+    std::shared_ptr<Context> context = evaluation ? evaluation->shared_from_this() : context_;
+    // The classes under a keyword are tried in order; the first that compiles is the tag.
+    std::optional<Tag::Errors> firstError;
+    for (const auto& tagClass : classes->second) {
+        std::unique_ptr<Tag> tag = tagClass.make(context);
+        auto error = tag->parse(statement, *this, *current_);
+        if (!error) return tag;
+        if (!firstError) firstError = std::move(error);
+    }
+    log("Tag “" + std::string(keyword) + "” skipped: " + firstError->message);
+    return nullptr;
+}
+
+Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex) {
+    if (scopes_.empty()) scopes_.reserve(8);
+    Scope& scope = *scopes_.emplace_back(std::make_unique<Scope>(std::move(tag), current_));
+    scope.tagTokenIndex = tokenIndex;
+    if (auto* loop = scope.tag_->iterationTag()) scope.setContext(loop->iterationContext());
+    scope.tag_->didDefine(scope, *this);
+    current_->openChild_ = &scope;
+    current_ = &scope;
+    return scope;
+}
+
+}  // namespace drovel::templating

@@ -1,0 +1,179 @@
+#pragma once
+// Turns a template's tokens into output text. The parser walks the tokens once, keeping a tree
+// of scopes: a tag that opens a block opens a scope, its end tag closes it, and each scope
+// records in order the text it produced and the child scopes it opened. At the end the tree is
+// flattened into the output. The parser also owns the three registries the language is built
+// from: tags by keyword, filters and operators.
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "template/Context.h"
+#include "template/Filter.h"
+#include "template/Operator.h"
+#include "template/Token.h"
+
+namespace drovel::templating {
+
+class Tag;
+
+// A tag class as the registry holds it: its keyword, its kind and how to make one.
+struct TagClass {
+    std::string_view keyword;  // static storage
+    int kind = 0;
+    std::unique_ptr<Tag> (*make)(std::shared_ptr<Context> context) = nullptr;
+};
+
+// A compile-time error value, equal when the descriptions are.
+struct TemplateSyntaxError {
+    explicit TemplateSyntaxError(std::string description) : description(std::move(description)) {}
+    std::string description;
+    friend bool operator==(const TemplateSyntaxError&, const TemplateSyntaxError&) = default;
+};
+
+class Parser {
+public:
+    class Scope;
+
+    // An error collected while evaluating an expression.
+    class ParseErrors {
+    public:
+        enum class Case { malformedExpression };
+        static ParseErrors malformedExpression(std::string message) { return {Case::malformedExpression, std::move(message)}; }
+        const std::string& localizedDescription() const { return message; }
+        friend bool operator==(const ParseErrors&, const ParseErrors&) = default;
+
+        Case kind;
+        std::string message;
+    };
+
+    using TagRegistry = std::map<std::string, std::vector<TagClass>, std::less<>>;
+
+    // At most this many token visits per rendering (loops walk their bodies again): a rendering
+    // that runs beyond it is abandoned with TemplateFatalError instead of hanging the host.
+    static constexpr std::uint64_t maximumTokenVisits = 10'000'000;
+
+    // Registers the built-in filters, tags and operators. The built-in lists are made once per
+    // process and shared until a parser registers something of its own. The tokens' texts must
+    // outlive the parser.
+    Parser(std::vector<Token> tokens, std::shared_ptr<Context> context);
+    ~Parser();
+    Parser(const Parser&) = delete;
+    Parser& operator=(const Parser&) = delete;
+
+    // Walks the tokens (once; later calls only flatten again) and returns the output strings in
+    // order, for the caller to join with no separator. Expression errors go to parseErrors(), tag
+    // and structure problems to the engine log; neither stops the walk. Throws
+    // TemplateFatalError for template input that cannot be rendered at all.
+    std::vector<std::string> parse();
+    // The same walk, with the output joined into one string.
+    std::string parseJoined();
+
+    // A filter registered under an existing name replaces it; operators and tags are appended.
+    void registerFilter(Filter filter);
+    void registerOperator(Operator op);
+    void registerTag(const TagClass& tagClass);
+    template <class T>
+    void registerTag() {
+        registerTag(T::tagClass());
+    }
+
+    const std::vector<Filter>& filters() const { return *filters_; }
+    const std::vector<Operator>& operators() const { return *operators_; }
+    const TagRegistry& tags() const { return *tags_; }
+    // The first entry with that identifier, or null.
+    const Filter* findFilter(std::string_view identifier) const;
+    const Operator* findOperator(std::string_view identifier) const;
+
+    // Logical evaluation: comparisons ("a == 1") joined by "and"/"or", grouped to the right, both
+    // sides always evaluated. A single operand resolves silently (an unknown name is nil).
+    // Errors are appended to parseErrors() and give nil. Without a context, the parser's.
+    Token::Value evaluateExpression(std::string_view statement, Context* context = nullptr);
+    // A logical expression followed by filters ("x | plus: 1 | append: 'a'"). Filter problems
+    // are logged and stop the chain with the value computed so far.
+    Token::Value evaluateFilteredExpression(std::string_view statement, Context* context = nullptr);
+
+    const std::vector<Token>& tokens() const { return tokens_; }
+    const std::shared_ptr<Context>& context() const { return context_; }
+    const std::vector<ParseErrors>& parseErrors() const { return parseErrors_; }
+
+    // The scope tree, for tags that steer it.
+    Scope& rootScope() { return *root_; }
+    Scope& currentScope() { return *current_; }
+    // Makes the scope's parent the current scope; a scope without a parent is logged and stays.
+    void leaveScope(Scope& scope);
+
+    // A scope's output in recorded order, child scopes in place (iterative, so deep nesting is fine).
+    static void appendFlattened(const Scope& scope, std::string& out);
+    static std::vector<std::string> flatten(const Scope& scope);
+
+private:
+    void walk();
+    void processTag(std::size_t& index);
+    std::unique_ptr<Tag> compileTag(std::string_view text);
+    Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
+
+    std::vector<Token> tokens_;
+    std::shared_ptr<Context> context_;
+    std::shared_ptr<const std::vector<Filter>> filters_;
+    std::shared_ptr<const std::vector<Operator>> operators_;
+    std::shared_ptr<const TagRegistry> tags_;
+    std::vector<ParseErrors> parseErrors_;
+    std::unique_ptr<Scope> root_;
+    std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
+    Scope* current_ = nullptr;
+    bool walked_ = false;
+};
+
+class Parser::Scope {
+public:
+    enum class OutputState { enabled, disabled, halted };
+    // Output text (a view into the template, or a computed string) or a child scope.
+    using ProcessedStatement = std::variant<std::string_view, std::string, Scope*>;
+
+    // Appends itself to the parent's statements; a child of a scope that is not enabled starts
+    // in the parent's state.
+    Scope(std::unique_ptr<Tag> tag, Scope* parent);
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+    // The tag that opened the scope; null for the root.
+    Tag* tag() const { return tag_.get(); }
+    Scope* parentScope() const { return parent_; }
+
+    OutputState outputState() const { return outputState_; }
+    // Sets the state here and in the scopes still open inside this one. Closed child scopes
+    // keep theirs: nothing reads a closed scope's state again, and this keeps loop passes linear.
+    void setOutputState(OutputState state);
+
+    // The scope's own context (a loop's supplement), or null.
+    const std::shared_ptr<Context>& context() const { return context_; }
+    void setContext(std::shared_ptr<Context> context);
+    // The context that statements inside evaluate against: the nearest own context of this scope
+    // or an enclosing one; null means the parser's.
+    Context* evaluationContext() const { return evaluationContext_; }
+
+    bool haltedOutput = false;
+    std::optional<std::size_t> tagTokenIndex;
+    std::vector<ProcessedStatement> processedStatements;
+
+private:
+    friend class Parser;
+    void passContextDown();
+
+    std::unique_ptr<Tag> tag_;
+    Scope* parent_ = nullptr;
+    Scope* openChild_ = nullptr;
+    OutputState outputState_ = OutputState::enabled;
+    std::shared_ptr<Context> context_;
+    Context* evaluationContext_ = nullptr;
+};
+
+}  // namespace drovel::templating

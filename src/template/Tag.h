@@ -1,0 +1,161 @@
+#pragma once
+// Tags are the statements between "{%" and "%}". Each keyword is served by a class derived from
+// Tag: the parser looks the keyword up in its registry, makes the class with the current
+// context, lets it compile the statement, and asks it whether it opens, ends or continues a
+// scope (see Parser's token walk).
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "template/Context.h"
+#include "template/Parser.h"
+#include "template/SmallVector.h"
+#include "template/Token.h"
+
+namespace drovel::templating {
+
+// The kind of each built-in tag class, in declaration order.
+enum class TagKind : int {
+    Assign,
+    Increment,
+    Decrement,
+    Capture,
+    EndCapture,
+    If,
+    EndIf,
+    Else,
+    Elsif,
+    Unless,
+    EndUnless,
+    Case,
+    When,
+    EndCase,
+    For,
+    EndFor,
+    Break,
+    Continue,
+    Cycle,
+    Tablerow,
+    EndTablerow,
+    Comment,
+    EndComment,
+};
+
+class IterationTag;
+
+class Tag {
+public:
+    // One piece of a tag statement's grammar.
+    struct ExpressionSegment {
+        enum class Kind {
+            literal,     // a fixed word that must appear
+            identifier,  // a name, stored as a string under `text`
+            variable,    // a value expression, evaluated and stored under `text`
+            group,       // a comma-separated list of operands, stored as an array under `text`
+        };
+        Kind kind;
+        std::string_view text;
+    };
+
+    class Errors {
+    public:
+        enum class Case { malformedStatement, missingArtifacts };
+        static Errors malformedStatement(std::string message) { return {Case::malformedStatement, std::move(message)}; }
+        static Errors missingArtifacts() { return {Case::missingArtifacts, "Missing artifacts"}; }
+
+        Case kind;
+        std::string message;
+    };
+
+    // What parse() stored, by segment key.
+    class CompiledExpression {
+    public:
+        const Token::Value* find(std::string_view key) const;
+        void set(std::string_view key, Token::Value value);
+
+    private:
+        // Tags store one to three entries; keep them inline.
+        SmallVector<std::pair<std::string, Token::Value>, 3> entries_;
+    };
+
+    explicit Tag(std::shared_ptr<Context> context) : context(std::move(context)) {}
+    virtual ~Tag() = default;
+
+    // Class-level properties.
+    virtual std::string_view keyword() const = 0;
+    virtual int kind() const = 0;
+    virtual std::span<const ExpressionSegment> tagExpression() const { return {}; }
+    virtual std::span<const std::string_view> parameters() const { return {}; }
+    virtual bool definesScope() const { return false; }
+    // True for tags that close the scope they terminate before opening their own beside it
+    // (else, elsif); the walk always leaves a terminated scope before opening the next.
+    virtual bool terminatesParentScope() const { return false; }
+    // The kinds of the tags whose scopes this tag ends.
+    virtual std::span<const int> terminatesScopesWithTags() const { return {}; }
+    bool terminates(const Tag& scopeTag) const;
+    // Asked after the walk left a scope this tag terminated: whether the tag also ends the scope
+    // that is now current (an end tag that closes an else branch and then its loop or case).
+    virtual bool shouldTerminateParentScope() const { return false; }
+    // Loop tags return themselves (see IterationTag); the parser asks them for each pass.
+    virtual IterationTag* iterationTag() { return nullptr; }
+
+    // Compiles the whole statement (keyword included) against tagExpression(), storing each
+    // identifier, variable and group in compiledExpression. Returns the failure, if any.
+    virtual std::optional<Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope);
+    // Called with the current scope when this tag ends it, before the parser leaves it.
+    virtual void didTerminate(Parser::Scope& scope, Parser& parser) {}
+    // Called with the scope this tag opened, before it becomes the current scope.
+    virtual void didDefine(Parser::Scope& scope, Parser& parser) {}
+
+    CompiledExpression compiledExpression;
+    std::shared_ptr<Context> context;
+    std::optional<std::vector<int>> tagKindsToSkip;
+    // Values whose printed forms the tag contributes to the output.
+    std::optional<std::vector<Token::Value>> output;
+
+protected:
+    // How a variable segment's text becomes its value: by default a filtered expression.
+    virtual Token::Value evaluateVariable(std::string_view key, std::string_view text, Parser& parser);
+};
+
+// Adopted by loop tags, which also override Tag::iterationTag() to return themselves: the parser
+// asks them for the context of each pass.
+class IterationTag {
+public:
+    virtual ~IterationTag() = default;
+    // The context of the first pass, given to the loop's scope when it opens.
+    virtual std::shared_ptr<Context> iterationContext() = 0;
+    // The context of the next pass, or null when the loop is over.
+    virtual std::shared_ptr<Context> nextIterationContext() = 0;
+    // The number of passes made so far.
+    virtual std::int64_t iterated() const = 0;
+};
+
+// Gives a tag class its keyword, kind and registry entry from Derived::keywordText and
+// Derived::tagKind.
+template <class Derived, class Base = Tag>
+class RegisteredTag : public Base {
+public:
+    explicit RegisteredTag(std::shared_ptr<Context> context) : Base(std::move(context)) {}
+
+    std::string_view keyword() const override { return Derived::keywordText; }
+    int kind() const override { return static_cast<int>(Derived::tagKind); }
+
+    static TagClass tagClass() {
+        return {Derived::keywordText, static_cast<int>(Derived::tagKind),
+                [](std::shared_ptr<Context> context) -> std::unique_ptr<Tag> {
+                    return std::make_unique<Derived>(std::move(context));
+                }};
+    }
+};
+
+// The built-in tag classes in registration order, made once per process.
+const std::vector<TagClass>& builtinTagClasses();
+
+}  // namespace drovel::templating

@@ -1,0 +1,41 @@
+#include "template/TagIf.h"
+
+namespace drovel::templating {
+
+namespace {
+
+constexpr Tag::ExpressionSegment conditionalExpression[] = {
+    {Tag::ExpressionSegment::Kind::variable, "conditional"},
+};
+// An elsif may also follow an unless branch, which is an if branch with its condition inverted.
+constexpr int elsifTerminates[] = {static_cast<int>(TagKind::If), static_cast<int>(TagKind::Elsif),
+                                   static_cast<int>(TagKind::Unless)};
+constexpr int endIfTerminates[] = {static_cast<int>(TagKind::If), static_cast<int>(TagKind::Elsif),
+                                   static_cast<int>(TagKind::Else)};
+
+}  // namespace
+
+std::span<const Tag::ExpressionSegment> TagIf::tagExpression() const { return conditionalExpression; }
+
+bool TagIf::branchTaken() const {
+    const Token::Value* conditional = compiledExpression.find("conditional");
+    return conditional && conditional->isTruthy();
+}
+
+void TagIf::didDefine(Parser::Scope& scope, Parser&) {
+    if (earlierBranchTaken_ || !branchTaken()) scope.setOutputState(Parser::Scope::OutputState::disabled);
+}
+
+Token::Value TagIf::evaluateVariable(std::string_view, std::string_view text, Parser& parser) {
+    return parser.evaluateExpression(text, context.get());
+}
+
+std::span<const int> TagElsif::terminatesScopesWithTags() const { return elsifTerminates; }
+
+void TagElsif::didTerminate(Parser::Scope& scope, Parser&) {
+    if (auto* branch = dynamic_cast<TagIf*>(scope.tag())) earlierBranchTaken_ = branch->chainTaken();
+}
+
+std::span<const int> TagEndIf::terminatesScopesWithTags() const { return endIfTerminates; }
+
+}  // namespace drovel::templating

@@ -1,0 +1,235 @@
+#include "template/Token.h"
+
+#include <charconv>
+
+#include "template/Unicode.h"
+
+namespace drovel::templating {
+
+bool operator==(const Token& a, const Token& b) {
+    return a.kind == b.kind && unicode::canonicallyEqual(a.value, b.value);
+}
+
+std::string_view kindName(Token::Kind kind) {
+    switch (kind) {
+        case Token::Kind::text:
+            return "text";
+        case Token::Kind::variable:
+            return "variable";
+        case Token::Kind::tag:
+            return "tag";
+    }
+    return "text";
+}
+
+using Value = Token::Value;
+
+Value Value::boolean(bool value) {
+    Value out;
+    out.storage_ = value;
+    return out;
+}
+
+Value Value::string(std::string value) {
+    Value out;
+    out.storage_ = std::move(value);
+    return out;
+}
+
+Value Value::integer(std::int64_t value) {
+    Value out;
+    out.storage_ = value;
+    return out;
+}
+
+Value Value::decimal(Decimal value) {
+    Value out;
+    out.storage_ = value;
+    return out;
+}
+
+Value Value::array(Array elements) {
+    Value out;
+    out.storage_ = std::make_shared<const Array>(std::move(elements));
+    return out;
+}
+
+Value Value::dictionary(Dictionary entries) {
+    Value out;
+    out.storage_ = std::make_shared<const Dictionary>(std::move(entries));
+    return out;
+}
+
+Value Value::range(std::int64_t lower, std::int64_t upper) {
+    if (lower > upper) throw std::invalid_argument("range lower bound above its upper bound");
+    Value out;
+    out.storage_ = Range{lower, upper};
+    return out;
+}
+
+const Value::Array* Value::asArray() const {
+    auto* array = std::get_if<std::shared_ptr<const Array>>(&storage_);
+    return array ? array->get() : nullptr;
+}
+
+const Value::Dictionary* Value::asDictionary() const {
+    auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
+    return dictionary ? dictionary->get() : nullptr;
+}
+
+std::string Value::stringValue() const {
+    if (auto* text = asString()) return *text;
+    std::string out;
+    appendStringValue(out);
+    return out;
+}
+
+void Value::appendStringValue(std::string& out) const {
+    char buffer[24];
+    switch (kind()) {
+        case Case::string:
+            out += *asString();
+            break;
+        case Case::integer:
+            out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, *asInteger()).ptr);
+            break;
+        case Case::decimal:
+            asDecimal()->appendDescription(out);
+            break;
+        case Case::array:
+            for (const auto& element : *asArray()) element.appendStringValue(out);
+            break;
+        case Case::range:
+            out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, asRange()->lower).ptr);
+            out += "..";
+            out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, asRange()->upper).ptr);
+            break;
+        case Case::boolean:  // a boolean deliberately prints as nothing, not as a word
+        case Case::dictionary:
+        case Case::nil:
+            break;
+    }
+}
+
+std::optional<std::int64_t> Value::integerValue() const {
+    if (auto* text = asString()) return parseInteger(*text);
+    if (auto* integer = asInteger()) return *integer;
+    if (auto* decimal = asDecimal()) return decimal->integerValue();
+    return std::nullopt;
+}
+
+std::optional<Decimal> Value::decimalValue() const {
+    if (auto* text = asString()) return Decimal::parse(*text);
+    if (auto* integer = asInteger()) return Decimal(*integer);
+    if (auto* decimal = asDecimal()) return *decimal;
+    return std::nullopt;
+}
+
+std::optional<double> Value::doubleValue() const {
+    if (auto* text = asString()) return parseDouble(*text);
+    if (auto* integer = asInteger()) return static_cast<double>(*integer);
+    if (auto* decimal = asDecimal()) return decimal->doubleValue();
+    return std::nullopt;
+}
+
+bool Value::isTruthy() const {
+    if (auto* flag = asBool()) return *flag;
+    return !isNil();
+}
+
+bool Value::isEmptyString() const {
+    auto* text = asString();
+    return text && text->empty();
+}
+
+bool operator==(const Value& a, const Value& b) {
+    if (a.kind() != b.kind()) return false;
+    switch (a.kind()) {
+        case Value::Case::boolean:
+            return *a.asBool() == *b.asBool();
+        case Value::Case::string:
+            return unicode::canonicallyEqual(*a.asString(), *b.asString());
+        case Value::Case::integer:
+            return *a.asInteger() == *b.asInteger();
+        case Value::Case::decimal:
+            return *a.asDecimal() == *b.asDecimal();
+        case Value::Case::array:
+            return a.asArray() == b.asArray() || *a.asArray() == *b.asArray();
+        case Value::Case::dictionary:
+            return a.asDictionary() == b.asDictionary() || *a.asDictionary() == *b.asDictionary();
+        case Value::Case::range:
+            return *a.asRange() == *b.asRange();
+        case Value::Case::nil:
+            return true;
+    }
+    return false;
+}
+
+void Value::hash(Hasher& hasher) const {
+    switch (kind()) {
+        case Case::boolean:
+            hasher.combine(*asBool() ? 1 : 0);
+            break;
+        case Case::string:
+            unicode::hashCanonically(hasher, *asString());
+            break;
+        case Case::integer:
+            hasher.combine(static_cast<std::uint64_t>(*asInteger()));
+            break;
+        case Case::decimal:
+            asDecimal()->hash(hasher);
+            break;
+        case Case::array:
+            hasher.combine(asArray()->size());
+            for (const auto& element : *asArray()) element.hash(hasher);
+            break;
+        case Case::dictionary: {
+            // Order-independent: each entry is hashed by a copy of the outer hasher and the
+            // results are combined by exclusive-or.
+            std::uint64_t combined = 0;
+            for (const auto& [key, element] : *asDictionary()) {
+                Hasher entry = hasher;
+                unicode::hashCanonically(entry, key);
+                element.hash(entry);
+                combined ^= entry.finalize();
+            }
+            hasher.combine(combined);
+            break;
+        }
+        case Case::range:
+            hasher.combine(static_cast<std::uint64_t>(asRange()->lower));
+            hasher.combine(static_cast<std::uint64_t>(asRange()->upper));
+            break;
+        case Case::nil:
+            hasher.combine(0);
+            break;
+    }
+}
+
+std::uint64_t Value::hashValue() const {
+    Hasher hasher;
+    hash(hasher);
+    return hasher.finalize();
+}
+
+Value::Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) {
+    for (const auto& [key, value] : entries) set(key, value);
+}
+
+const Value* Value::Dictionary::find(std::string_view key) const {
+    auto found = unicode::isASCII(key) ? entries_.find(key) : entries_.find(unicode::canonicalForm(key));
+    return found == entries_.end() ? nullptr : &found->second;
+}
+
+void Value::Dictionary::set(std::string_view key, Value value) {
+    entries_.insert_or_assign(unicode::canonicalForm(key), std::move(value));
+}
+
+bool Value::Dictionary::erase(std::string_view key) {
+    auto found = entries_.find(unicode::canonicalForm(key));
+    if (found == entries_.end()) return false;
+    entries_.erase(found);
+    return true;
+}
+
+}  // namespace drovel::templating

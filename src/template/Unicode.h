@@ -1,0 +1,60 @@
+#pragma once
+// Unicode services of the engine, on UTF-8 text: the character classes that the engine's patterns
+// use (ICU's meaning of \w and \d), the trimming sets, literal matching on extended grapheme
+// cluster boundaries, and canonical-equivalence comparison. Every function takes an ASCII fast
+// path before it asks ICU. Ill-formed UTF-8 never fails: each bad byte reads as U+FFFD.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace drovel::templating {
+
+class Hasher;
+
+namespace unicode {
+
+constexpr std::size_t npos = std::string_view::npos;
+
+// The code point that starts at text[position], and its length in bytes (at least 1).
+char32_t decode(std::string_view text, std::size_t position, std::size_t& length);
+// The code point that ends just before text[position] (position > 0), and its length in bytes.
+char32_t decodeBefore(std::string_view text, std::size_t position, std::size_t& length);
+
+bool isASCII(std::string_view text);
+
+// \w: alphabetic, marks, decimal digits, connector punctuation, ZWNJ and ZWJ.
+bool isWordCharacter(char32_t c);
+// \d: decimal digits of any script.
+bool isDecimalDigit(char32_t c);
+// White space and newlines: tab through carriage return, U+0085 and the separator categories.
+bool isWhitespaceOrNewline(char32_t c);
+
+// The position of the first white space or newline character, or the text's length.
+std::size_t findWhitespaceOrNewline(std::string_view text);
+// Removes white space and newlines from both ends.
+std::string_view trimWhitespaceAndNewlines(std::string_view text);
+// Removes the space character U+0020 from both ends; tabs and line breaks stay.
+std::string_view trimSpaces(std::string_view text);
+
+// Literal matching as the platform string does it, character by character: `literal` (ASCII,
+// starting and ending with a printable character) matches only where it starts and ends on
+// grapheme cluster boundaries, so "{{" followed by a combining accent is not "{{".
+bool matchesAt(std::string_view text, std::size_t position, std::string_view literal);
+bool hasPrefix(std::string_view text, std::string_view literal);
+bool hasSuffix(std::string_view text, std::string_view literal);
+// The first position at or after `from` where `literal` matches, or npos.
+std::size_t find(std::string_view text, std::string_view literal, std::size_t from = 0);
+
+// Canonical equivalence: "é" as one code point equals "e" followed by a combining acute.
+bool canonicallyEqual(std::string_view a, std::string_view b);
+// The NFC form, which equal strings share; ASCII text is returned as it is.
+std::string canonicalForm(std::string_view text);
+// Feeds the canonical form, so that canonically equal strings hash alike.
+void hashCanonically(Hasher& hasher, std::string_view text);
+// Whether `needle` occurs in `haystack` as a run of whole characters, up to canonical
+// equivalence. An empty needle is never found.
+bool containsCanonically(std::string_view haystack, std::string_view needle);
+
+}  // namespace unicode
+}  // namespace drovel::templating

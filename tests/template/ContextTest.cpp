@@ -1,0 +1,173 @@
+// Contexts: host values, counters, cycle groups, loop supplements, key paths and operands.
+
+#include <gtest/gtest.h>
+
+#include "template/Context.h"
+#include "template/TemplateTestSupport.h"
+
+namespace drovel::templating {
+namespace {
+
+using namespace testing;
+using Value = Token::Value;
+
+std::string show(const std::optional<Value>& value) {
+    if (!value) return "(absent)";
+    static const char* const names[] = {"bool", "string", "integer", "decimal", "array", "dictionary", "range", "nil"};
+    std::string out = names[static_cast<int>(value->kind())];
+    if (auto* flag = value->asBool()) return out + ":" + (*flag ? "true" : "false");
+    return out + ":" + value->stringValue();
+}
+
+TEST(Context, HostValuesBecomeTemplateValues) {
+    Context context(std::map<std::string, HostValue>{
+        {"count", 3},
+        {"big", std::int64_t(1) << 40},
+        {"ratio", 0.25},
+        {"name", std::string("Ann")},
+        {"literal", "Lee"},
+        {"flag", true},
+        {"missing", HostValue()},
+        {"list", std::vector<std::string>{"a"}},
+        {"single", 1.5f},
+    });
+    const std::pair<const char*, const char*> expected[] = {
+        {"count", "decimal:3"},  // host integers are deliberately stored as decimals
+        {"big", "decimal:1099511627776"}, {"ratio", "decimal:0.25"}, {"name", "string:Ann"},
+        {"literal", "string:Lee"},        {"flag", "bool:true"},     {"missing", "nil:"},
+        {"list", "(absent)"},             {"single", "(absent)"},
+    };
+    for (const auto& [name, shown] : expected) {
+        const Value* value = context.getValue(name);
+        EXPECT_EQ(show(value ? std::optional(*value) : std::nullopt), shown) << name;
+    }
+    EXPECT_FALSE(*context.getValue("count") == integer(3));
+
+    context.set(HostValue(std::vector<int>{1}), "name");  // not convertible: the old value stays
+    EXPECT_EQ(*context.getValue("name"), str("Ann"));
+    context.set(HostValue(7), "name");
+    EXPECT_EQ(*context.getValue("name"), decimal("7"));
+}
+
+TEST(Context, CountersAreAsymmetric) {
+    Context context;
+    EXPECT_EQ(context.incrementCounter("a"), 0);
+    EXPECT_EQ(context.incrementCounter("a"), 1);
+    EXPECT_EQ(context.incrementCounter("a"), 2);
+    EXPECT_EQ(context.decrementCounter("b"), -1);
+    EXPECT_EQ(context.decrementCounter("b"), -2);
+    EXPECT_EQ(context.decrementCounter("a"), 2);
+}
+
+TEST(Context, CycleGroupsRotate) {
+    Context context;
+    std::vector<Value> abc{str("a"), str("b"), str("c")};
+    std::string seen;
+    for (int i = 0; i < 4; ++i) seen += context.next(abc)->stringValue();
+    EXPECT_EQ(seen, "abca");
+    // An equal list without identifier continues the same group.
+    EXPECT_EQ(context.next(std::vector<Value>{str("a"), str("b"), str("c")})->stringValue(), "b");
+    // A named group keeps the list it started with.
+    EXPECT_EQ(context.next(abc, "g")->stringValue(), "a");
+    EXPECT_EQ(context.next({str("x"), str("y")}, "g")->stringValue(), "b");
+    EXPECT_FALSE(context.next({}).has_value());
+}
+
+TEST(Context, SupplementsShadowAndPassThrough) {
+    auto outer = contextWith({{"x", str("outer")}, {"y", str("why")}});
+    auto loop = outer->makeSupplement({{"x", str("inner")}});
+    auto nested = loop->makeSupplement({{"i", integer(1)}});
+    EXPECT_EQ(*nested->getValue("x"), str("inner"));
+    EXPECT_EQ(*nested->getValue("y"), str("why"));
+    nested->set(str("set in loop"), "x");
+    EXPECT_EQ(*outer->getValue("x"), str("set in loop"));  // lands in the outermost context
+    EXPECT_EQ(*nested->getValue("x"), str("inner"));       // but stays shadowed inside the loop
+    EXPECT_EQ(nested->incrementCounter("n"), 0);
+    EXPECT_EQ(outer->incrementCounter("n"), 1);
+    EXPECT_EQ(nested->next({str("p"), str("q")})->stringValue(), "p");
+    EXPECT_EQ(outer->next({str("p"), str("q")})->stringValue(), "q");
+    EXPECT_TRUE(loop->counters.empty());
+}
+
+TEST(Context, KeyPaths) {
+    Context::Dictionary variables{
+        {"app", Value::dictionary({{"first_name", str("Ann")}, {"prénom", str("Anne")}})},
+        {"items", Value::array({Value::dictionary({{"name", str("first")}}), str("middle"),
+                                Value::dictionary({{"name", str("last")}})})},
+        {"empty", Value::array({})},
+        {"order", Value::dictionary({{"lines", Value::array({Value::dictionary({{"sku", integer(42)}})})}})},
+        {"text", str("plain")},
+    };
+    const std::pair<const char*, const char*> cases[] = {
+        {"app.first_name", "string:Ann"},
+        {"app.prénom", "string:Anne"},
+        {"app.pre\xCC\x81nom", "string:Anne"},  // decomposed spelling of the same key
+        {"app.", "dictionary:"},
+        {"-app.first_name", "string:Ann"},  // the first component is the first match anywhere
+        {"app.missing", "(absent)"},
+        {"items[0].name", "string:first"},
+        {"items[1]", "string:middle"},
+        {"items[1].name", "(absent)"},
+        {"items[3]", "(absent)"},
+        {"items[٠]", "(absent)"},  // a digit of another script matches but is no index
+        {"items.first.name", "string:first"},
+        {"items.firstname", "string:first"},  // "first" and an optional dot are cut off the rest
+        {"items.last.name", "string:last"},
+        {"items.last", "dictionary:"},
+        {"items.second", "(absent)"},
+        {"empty.first", "(absent)"},
+        {"order.lines[0].sku", "integer:42"},
+        {"order.lines.first.sku", "integer:42"},
+        {"text.length", "(absent)"},
+        {"...", "(absent)"},
+    };
+    for (const auto& [path, expected] : cases) {
+        const Value* value = Context::valueForKeyPath(path, variables);
+        EXPECT_EQ(show(value ? std::optional(*value) : std::nullopt), expected) << path;
+    }
+}
+
+TEST(Context, ResolvesOperands) {
+    auto context = contextWith({{"a", integer(2)}, {"b", integer(5)}, {"name", str("Ann")},
+                                {"user", Value::dictionary({{"age", integer(30)}})}, {"x.y", str("dotted name")},
+                                {"half", decimal("2.5")}});
+    const std::pair<const char*, const char*> cases[] = {
+        {"true", "bool:true"},
+        {" false\n", "bool:false"},
+        {"(1..3)", "range:1..3"},
+        {"(a..b)", "range:2..5"},
+        {"( 1 .. 3 )", "range:1..3"},
+        {"(half..b)", "range:2..5"},  // a decimal bound truncates
+        {"(x..3)", "(absent)"},       // a bound without an integer: not a range, and nothing else fits
+        {"\"quoted\"", "string:quoted"},
+        {"'single'", "string:single"},
+        {"''", "string:"},
+        {"'''a''", "string:a"},  // every outer quote goes, paired or not
+        {"'", "string:"},
+        {"'open", "(absent)"},
+        {"42", "integer:42"},
+        {"-7", "integer:-7"},
+        {"4.5", "decimal:4.5"},
+        {"name", "string:Ann"},
+        {"user.age", "integer:30"},
+        {"x.y", "string:dotted name"},  // no key path matched: the whole text by name
+        {"user.missing", "(absent)"},
+        {"unknown", "(absent)"},
+        {"3px", "decimal:3"},  // the decimal parse takes a prefix
+        {"", "(absent)"},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(show(context->resolveOperand(text)), expected) << text;
+    EXPECT_EQ(show(context->resolveOperand("name", true)), "(absent)");
+    EXPECT_THROW(context->resolveOperand("(5..1)"), TemplateFatalError);
+}
+
+TEST(Context, DottedPathsInsideALoopReadOnlyTheLoopVariables) {
+    auto outer = contextWith({{"user", Value::dictionary({{"name", str("Ann")}})}, {"plain", str("p")}});
+    auto loop = outer->makeSupplement({{"item", Value::dictionary({{"sku", integer(1)}})}});
+    EXPECT_EQ(show(loop->resolveOperand("item.sku")), "integer:1");
+    EXPECT_EQ(show(loop->resolveOperand("plain")), "string:p");
+    EXPECT_EQ(show(loop->resolveOperand("user.name")), "(absent)");
+}
+
+}  // namespace
+}  // namespace drovel::templating
