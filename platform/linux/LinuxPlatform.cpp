@@ -1,0 +1,56 @@
+#include "linux/LinuxPlatform.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "linux/CurlHttpTransport.h"
+#include "linux/FileUserDefaults.h"
+#include "linux/HeadlessApplication.h"
+#include "linux/HeadlessBackgroundTaskScheduler.h"
+#include "linux/LocalNotificationCenter.h"
+#include "linux/NoDeviceLocationProvider.h"
+#include "linux/NoDeviceUserNotificationCenter.h"
+#include "linux/SystemClock.h"
+
+namespace drovel::platform {
+
+std::string defaultLinuxDirectory() {
+    if (const char* home = std::getenv("DROVEL_HOME"); home && *home) return home;
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data) return std::string(data) + "/drovel";
+    if (const char* home = std::getenv("HOME"); home && *home) return std::string(home) + "/.local/share/drovel";
+    return "./drovel";
+}
+
+core::Result<Platform> makeLinuxPlatform(LinuxPlatformOptions options) {
+    namespace fs = std::filesystem;
+    const fs::path directory(options.directory.empty() ? defaultLinuxDirectory() : options.directory);
+    const fs::path support = directory / "ApplicationSupport";
+    std::error_code error;
+    fs::create_directories(support, error);
+    if (error)
+        return core::makeError<core::SimpleError>("Cannot create the folder " + support.string() + ": " +
+                                                  error.message());
+
+    Platform platform;
+    platform.mainQueue = options.mainQueue ? std::move(options.mainQueue) : std::make_shared<MainQueue>();
+    platform.globalQueue = ConcurrentQueue::global();
+    platform.clock = std::make_shared<SystemClock>();
+    platform.notificationCenter = std::make_shared<LocalNotificationCenter>();
+    platform.userDefaults = std::make_shared<FileUserDefaults>((directory / "UserDefaults.json").string());
+    platform.httpTransport = std::make_shared<CurlHttpTransport>();
+    platform.userNotificationCenter = std::make_shared<NoDeviceUserNotificationCenter>();
+    platform.locationProvider = std::make_shared<NoDeviceLocationProvider>(platform.mainQueue);
+    platform.application = std::make_shared<HeadlessApplication>(platform.mainQueue, platform.notificationCenter);
+    platform.backgroundTaskScheduler = std::make_shared<HeadlessBackgroundTaskScheduler>();
+    platform.applicationSupportDirectory = support.string();
+    platform.bundleInfo = std::move(options.bundleInfo);
+    return platform;
+}
+
+core::Result<Platform> makeLinuxPlatform(const std::string& directory) {
+    LinuxPlatformOptions options;
+    options.directory = directory;
+    return makeLinuxPlatform(std::move(options));
+}
+
+}  // namespace drovel::platform

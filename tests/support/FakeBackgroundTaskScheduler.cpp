@@ -1,0 +1,100 @@
+#include "support/FakeBackgroundTaskScheduler.h"
+
+namespace drovel::testing {
+
+using namespace platform;
+
+void FakeBackgroundTask::setExpirationHandler(std::function<void()> handler) {
+    std::lock_guard lock(mutex_);
+    expirationHandler_ = std::move(handler);
+}
+
+void FakeBackgroundTask::setTaskCompleted(bool success) {
+    std::lock_guard lock(mutex_);
+    completions_.push_back(success);
+}
+
+std::optional<bool> FakeBackgroundTask::completion() const {
+    std::lock_guard lock(mutex_);
+    if (completions_.empty()) return std::nullopt;
+    return completions_.front();
+}
+
+std::vector<bool> FakeBackgroundTask::completionCalls() const {
+    std::lock_guard lock(mutex_);
+    return completions_;
+}
+
+bool FakeBackgroundTask::hasExpirationHandler() const {
+    std::lock_guard lock(mutex_);
+    return static_cast<bool>(expirationHandler_);
+}
+
+void FakeBackgroundTask::expire() {
+    std::function<void()> handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = expirationHandler_;
+    }
+    if (handler) handler();
+}
+
+bool FakeBackgroundTaskScheduler::registerForTask(std::string identifier, LaunchHandler launchHandler) {
+    std::lock_guard lock(mutex_);
+    registrations_.push_back(identifier);
+    if (!registrationResult_) return false;
+    handlers_.insert_or_assign(std::move(identifier), std::move(launchHandler));
+    return true;
+}
+
+core::ErrorPtr FakeBackgroundTaskScheduler::submit(BackgroundTaskRequest taskRequest) {
+    std::lock_guard lock(mutex_);
+    submissions_.push_back(std::move(taskRequest));
+    return submitError_;
+}
+
+void FakeBackgroundTaskScheduler::cancel(std::string_view identifier) {
+    std::lock_guard lock(mutex_);
+    cancellations_.emplace_back(identifier);
+}
+
+void FakeBackgroundTaskScheduler::setRegistrationResult(bool result) {
+    std::lock_guard lock(mutex_);
+    registrationResult_ = result;
+}
+
+void FakeBackgroundTaskScheduler::setSubmitError(core::ErrorPtr error) {
+    std::lock_guard lock(mutex_);
+    submitError_ = std::move(error);
+}
+
+std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::string_view identifier,
+                                                                        BackgroundTaskKind kind) {
+    LaunchHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        auto it = handlers_.find(identifier);
+        if (it == handlers_.end()) return nullptr;
+        handler = it->second;
+    }
+    auto task = std::make_shared<FakeBackgroundTask>(std::string(identifier), kind);
+    handler(task);
+    return task;
+}
+
+std::vector<std::string> FakeBackgroundTaskScheduler::registrations() const {
+    std::lock_guard lock(mutex_);
+    return registrations_;
+}
+
+std::vector<BackgroundTaskRequest> FakeBackgroundTaskScheduler::submissions() const {
+    std::lock_guard lock(mutex_);
+    return submissions_;
+}
+
+std::vector<std::string> FakeBackgroundTaskScheduler::cancellations() const {
+    std::lock_guard lock(mutex_);
+    return cancellations_;
+}
+
+}  // namespace drovel::testing

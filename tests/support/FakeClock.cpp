@@ -1,0 +1,29 @@
+#include "support/FakeClock.h"
+
+namespace drovel::testing {
+
+FakeClock::FakeClock(platform::Date start) : now_(start) {}
+
+platform::Date FakeClock::now() const {
+    std::lock_guard lock(mutex_);
+    return now_;
+}
+
+std::chrono::steady_clock::time_point FakeClock::steadyNow() const {
+    std::lock_guard lock(mutex_);
+    return steady_;
+}
+
+void FakeClock::set(platform::Date now) {
+    std::lock_guard lock(mutex_);
+    now_ = now;
+}
+
+void FakeClock::advance(std::chrono::nanoseconds step) {
+    std::lock_guard lock(mutex_);
+    now_ += std::chrono::duration_cast<platform::Date::duration>(step);
+    // Steady time never goes back.
+    if (step.count() > 0) steady_ += step;
+}
+
+}  // namespace drovel::testing

@@ -1,0 +1,45 @@
+#include "support/FakeUserDefaults.h"
+
+namespace drovel::testing {
+
+std::optional<platform::DefaultsValue> FakeUserDefaults::object(std::string_view key) const {
+    std::lock_guard lock(mutex_);
+    auto it = values_.find(key);
+    if (it == values_.end()) return std::nullopt;
+    return it->second;
+}
+
+void FakeUserDefaults::set(std::string_view key, platform::DefaultsValue value) {
+    std::lock_guard lock(mutex_);
+    ++writes_;
+    values_.insert_or_assign(std::string(key), std::move(value));
+}
+
+void FakeUserDefaults::removeObject(std::string_view key) {
+    std::lock_guard lock(mutex_);
+    ++writes_;
+    if (auto it = values_.find(key); it != values_.end()) values_.erase(it);
+}
+
+platform::DefaultsDictionary FakeUserDefaults::dictionaryRepresentation() const {
+    std::lock_guard lock(mutex_);
+    return values_;
+}
+
+bool FakeUserDefaults::synchronize() {
+    std::lock_guard lock(mutex_);
+    ++synchronizes_;
+    return true;
+}
+
+std::size_t FakeUserDefaults::writeCount() const {
+    std::lock_guard lock(mutex_);
+    return writes_;
+}
+
+std::size_t FakeUserDefaults::synchronizeCount() const {
+    std::lock_guard lock(mutex_);
+    return synchronizes_;
+}
+
+}  // namespace drovel::testing

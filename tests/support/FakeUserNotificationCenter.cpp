@@ -1,0 +1,182 @@
+#include "support/FakeUserNotificationCenter.h"
+
+#include <algorithm>
+
+namespace drovel::testing {
+
+using namespace platform;
+
+FakeUserNotificationCenter::FakeUserNotificationCenter()
+    : callbackQueue_(std::make_shared<DispatchQueue>("FakeUserNotificationCenter")) {}
+
+void FakeUserNotificationCenter::deliverCompletion(Job job) {
+    std::shared_ptr<Queue> queue;
+    {
+        std::lock_guard lock(mutex_);
+        queue = callbackQueue_;
+    }
+    if (queue) {
+        queue->async(std::move(job));
+    } else {
+        job();
+    }
+}
+
+void FakeUserNotificationCenter::add(NotificationRequest request, AddCompletion completionHandler) {
+    AddHook hook;
+    {
+        std::lock_guard lock(mutex_);
+        added_.push_back(request);
+        hook = addHook_;
+    }
+    // The hook runs unlocked: it may inspect the fake.
+    core::ErrorPtr error = hook ? hook(request) : nullptr;
+    {
+        std::lock_guard lock(mutex_);
+        if (!error) {
+            auto same = [&](const NotificationRequest& r) { return r.identifier == request.identifier; };
+            pending_.erase(std::remove_if(pending_.begin(), pending_.end(), same), pending_.end());
+            pending_.push_back(std::move(request));
+        }
+    }
+    if (completionHandler)
+        deliverCompletion([completion = std::move(completionHandler), error] { completion(error); });
+}
+
+void FakeUserNotificationCenter::getPendingNotificationRequests(PendingCompletion completionHandler) {
+    std::vector<NotificationRequest> requests;
+    {
+        std::lock_guard lock(mutex_);
+        ++getPendingCount_;
+        requests = pending_;
+    }
+    if (completionHandler)
+        deliverCompletion([completion = std::move(completionHandler), requests = std::move(requests)]() mutable {
+            completion(std::move(requests));
+        });
+}
+
+void FakeUserNotificationCenter::removePendingNotificationRequests(std::vector<std::string> identifiers) {
+    std::lock_guard lock(mutex_);
+    auto listed = [&](const NotificationRequest& r) {
+        return std::find(identifiers.begin(), identifiers.end(), r.identifier) != identifiers.end();
+    };
+    pending_.erase(std::remove_if(pending_.begin(), pending_.end(), listed), pending_.end());
+    removeCalls_.push_back(std::move(identifiers));
+}
+
+void FakeUserNotificationCenter::getNotificationSettings(SettingsCompletion completionHandler) {
+    NotificationSettings settings;
+    {
+        std::lock_guard lock(mutex_);
+        ++settingsCount_;
+        settings.authorizationStatus = status_;
+    }
+    if (completionHandler) deliverCompletion([completion = std::move(completionHandler), settings] { completion(settings); });
+}
+
+void FakeUserNotificationCenter::requestAuthorization(NotificationAuthorizationOptions options,
+                                                      AuthorizationCompletion completionHandler) {
+    bool granted;
+    core::ErrorPtr error;
+    {
+        std::lock_guard lock(mutex_);
+        ++authorizationRequestCount_;
+        granted = granted_;
+        error = authorizationError_;
+        status_ = granted ? NotificationAuthorizationStatus::authorized : NotificationAuthorizationStatus::denied;
+    }
+    if (completionHandler)
+        deliverCompletion([completion = std::move(completionHandler), granted, error] { completion(granted, error); });
+}
+
+void FakeUserNotificationCenter::setCallbackQueue(std::shared_ptr<Queue> queue) {
+    std::lock_guard lock(mutex_);
+    callbackQueue_ = std::move(queue);
+}
+
+void FakeUserNotificationCenter::setAuthorizationStatus(NotificationAuthorizationStatus status) {
+    std::lock_guard lock(mutex_);
+    status_ = status;
+}
+
+void FakeUserNotificationCenter::setAuthorizationAnswer(bool granted, core::ErrorPtr error) {
+    std::lock_guard lock(mutex_);
+    granted_ = granted;
+    authorizationError_ = std::move(error);
+}
+
+void FakeUserNotificationCenter::setAddHook(AddHook hook) {
+    std::lock_guard lock(mutex_);
+    addHook_ = std::move(hook);
+}
+
+void FakeUserNotificationCenter::failAdds(std::string identifier, core::ErrorPtr error) {
+    setAddHook([identifier = std::move(identifier), error = std::move(error)](const NotificationRequest& request) {
+        return request.identifier == identifier ? error : nullptr;
+    });
+}
+
+void FakeUserNotificationCenter::setPending(std::vector<NotificationRequest> requests) {
+    std::lock_guard lock(mutex_);
+    pending_ = std::move(requests);
+}
+
+std::optional<NotificationRequest> FakeUserNotificationCenter::deliver(std::string_view identifier) {
+    std::lock_guard lock(mutex_);
+    auto it = std::find_if(pending_.begin(), pending_.end(),
+                           [&](const NotificationRequest& r) { return r.identifier == identifier; });
+    if (it == pending_.end()) return std::nullopt;
+    NotificationRequest request = std::move(*it);
+    pending_.erase(it);
+    return request;
+}
+
+std::vector<NotificationRequest> FakeUserNotificationCenter::pending() const {
+    std::lock_guard lock(mutex_);
+    return pending_;
+}
+
+std::vector<std::string> FakeUserNotificationCenter::pendingIdentifiers() const {
+    std::lock_guard lock(mutex_);
+    std::vector<std::string> identifiers;
+    for (const auto& request : pending_) identifiers.push_back(request.identifier);
+    return identifiers;
+}
+
+std::vector<NotificationRequest> FakeUserNotificationCenter::addedRequests() const {
+    std::lock_guard lock(mutex_);
+    return added_;
+}
+
+std::vector<std::vector<std::string>> FakeUserNotificationCenter::removeCalls() const {
+    std::lock_guard lock(mutex_);
+    return removeCalls_;
+}
+
+std::size_t FakeUserNotificationCenter::getPendingCount() const {
+    std::lock_guard lock(mutex_);
+    return getPendingCount_;
+}
+
+std::size_t FakeUserNotificationCenter::settingsCount() const {
+    std::lock_guard lock(mutex_);
+    return settingsCount_;
+}
+
+std::size_t FakeUserNotificationCenter::authorizationRequestCount() const {
+    std::lock_guard lock(mutex_);
+    return authorizationRequestCount_;
+}
+
+void FakeUserNotificationCenter::waitForCallbacks() const {
+    std::shared_ptr<Queue> queue;
+    {
+        std::lock_guard lock(mutex_);
+        queue = callbackQueue_;
+    }
+    // A serial queue runs jobs in order: once an empty job has run, every earlier one has too.
+    if (queue && !queue->isCurrent()) queue->sync([] {});
+}
+
+}  // namespace drovel::testing
