@@ -401,7 +401,10 @@ TEST(CurlHttpTransport, DestroyingTheTransportCancelsWhatIsRunning) {
     auto future = promise.get_future();
     {
         platform::CurlHttpTransport transport;
-        transport.send({HttpMethod::get, server.baseURL() + "/slow"},
+        platform::HttpRequest request;
+        request.method = HttpMethod::get;
+        request.url = server.baseURL() + "/slow";
+        transport.send(std::move(request),
                        [&promise](platform::HttpResult result) { promise.set_value(std::move(result)); });
         ASSERT_TRUE(server.waitForSlowRequests(1));
     }
