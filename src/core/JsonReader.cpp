@@ -43,10 +43,36 @@ void JsonReader::failWith(simdjson::error_code error, std::string_view expectati
 
 std::string_view JsonReader::string(JsonValue value) { return check(value.get_string(), "expected a string"); }
 
-std::int64_t JsonReader::int64(JsonValue value) { return check(value.get_int64(), "expected an integer"); }
+namespace {
+
+// simdjson reports an integer literal beyond 64 bits as a type mismatch; name it for what it is.
+bool isIntegerText(JsonValue& value) {
+    std::string_view token = value.raw_json_token();
+    std::size_t start = !token.empty() && token.front() == '-' ? 1 : 0;
+    std::size_t end = start;
+    while (end < token.size() && token[end] >= '0' && token[end] <= '9') ++end;
+    return end > start && token.find_first_not_of(" \t\r\n", end) == std::string_view::npos;
+}
+
+}  // namespace
+
+std::int64_t JsonReader::int64(JsonValue value) {
+    std::int64_t out = 0;
+    if (auto error = value.get_int64().get(out)) {
+        if (isIntegerText(value)) fail("expected an integer (the number does not fit)");
+        failWith(error, "expected an integer");
+    }
+    return out;
+}
 
 std::uint64_t JsonReader::uint64(JsonValue value) {
-    return check(value.get_uint64(), "expected a non-negative integer");
+    std::uint64_t out = 0;
+    if (auto error = value.get_uint64().get(out)) {
+        if (isIntegerText(value) && value.raw_json_token().front() != '-')
+            fail("expected a non-negative integer (the number does not fit)");
+        failWith(error, "expected a non-negative integer");
+    }
+    return out;
 }
 
 double JsonReader::number(JsonValue value) { return check(value.get_double(), "expected a number"); }

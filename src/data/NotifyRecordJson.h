@@ -45,18 +45,8 @@ auto readOptional(JsonReader& reader, JsonValue value, Read&& read) -> std::opti
     return read(value);
 }
 
-// A 64-bit integer. Integers that do not fit are named as such rather than as a type mismatch.
-inline std::int64_t readInt(JsonReader& reader, JsonValue value) {
-    std::int64_t out = 0;
-    if (!value.get_int64().get(out)) return out;
-    std::string_view token = value.raw_json_token();
-    std::size_t start = !token.empty() && token.front() == '-' ? 1 : 0;
-    std::size_t end = start;
-    while (end < token.size() && token[end] >= '0' && token[end] <= '9') ++end;
-    bool integerText = end > start && token.find_first_not_of(" \t\r\n", end) == std::string_view::npos;
-    if (integerText) reader.fail("expected an integer (the number does not fit)");
-    return reader.int64(value);
-}
+// A 64-bit integer.
+inline std::int64_t readInt(JsonReader& reader, JsonValue value) { return reader.int64(value); }
 
 inline std::optional<std::string> readOptionalString(JsonReader& reader, JsonValue value) {
     return readOptional(reader, value, [&](JsonValue v) { return std::string(reader.string(v)); });

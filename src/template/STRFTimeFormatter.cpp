@@ -3,16 +3,18 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
+
+#include "template/Context.h"
 
 namespace drovel::templating {
 
 std::optional<std::string> STRFTimeFormatter::string(double secondsSince1970) const {
+    // Template input can reach here (through the "date" filter), so this never stops the process.
     if (!std::isfinite(secondsSince1970) || secondsSince1970 < -0x1p63 || secondsSince1970 >= 0x1p63) {
-        std::fprintf(stderr, "Fatal error: STRFTimeFormatter: %g seconds is no 64-bit time\n", secondsSince1970);
-        std::fflush(stderr);
-        std::abort();
+        char number[32];
+        std::snprintf(number, sizeof number, "%g", secondsSince1970);
+        throw TemplateFatalError(std::string("STRFTimeFormatter: ") + number + " seconds is no 64-bit time");
     }
     const auto time = static_cast<std::time_t>(static_cast<std::int64_t>(secondsSince1970));
     std::tm parts{};

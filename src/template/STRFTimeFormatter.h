@@ -19,8 +19,9 @@ public:
 
     // The text for the date `secondsSince1970` seconds after 1970-01-01 00:00:00 UTC, the fraction
     // dropped toward zero. Absent when the time cannot be broken down, the format has non-ASCII
-    // characters, or the output is empty or longer than 79 characters. The value must be finite and
-    // inside the signed 64-bit range: anything else is a programming error that stops the process.
+    // characters, or the output is empty or longer than 79 characters. A value that is not finite or
+    // lies outside the signed 64-bit range throws TemplateFatalError (Context.h), which abandons
+    // the rendering that asked for it.
     std::optional<std::string> string(double secondsSince1970) const;
     std::optional<std::string> string(platform::Date date) const;
 };

@@ -2,7 +2,9 @@
 
 #include <charconv>
 #include <cmath>
+#include <exception>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "cli/Command.h"
@@ -36,7 +38,15 @@ void setup(CLI::App& app, int& exitCode) {
         templating::STRFTimeFormatter formatter;
         formatter.formatString = arguments->format;
         formatter.useUniversalTimeLocale = arguments->utc;
-        auto formatted = formatter.string(seconds);
+        std::optional<std::string> formatted;
+        try {
+            formatted = formatter.string(seconds);
+        } catch (const std::exception& error) {
+            // The range check above keeps this from happening; no exception may leave a command.
+            std::cerr << error.what() << '\n';
+            exitCode = 2;
+            return;
+        }
         if (!formatted) {
             std::cerr << "The format gives no text for this date\n";
             exitCode = 1;

@@ -1,0 +1,309 @@
+// The string filters.
+
+#include <algorithm>
+
+#include "template/FilterLibrary.h"
+#include "template/FilterText.h"
+#include "template/Unicode.h"
+
+namespace drovel::templating::filters {
+
+using Value = Token::Value;
+
+namespace {
+
+// Applies `transform` to the input's text; nil for inputs without one.
+template <class Transform>
+Value mapText(const Value& input, Transform transform) {
+    auto text = textOf(input);
+    if (!text) return Value::nil();
+    return Value::string(transform(std::move(*text)));
+}
+
+// The text of the first argument, when there is one of a text kind.
+std::optional<std::string> textArgument(Filter::Arguments arguments, std::size_t index = 0) {
+    if (arguments.size() <= index) return std::nullopt;
+    return textOf(arguments[index]);
+}
+
+// The input with `search` replaced by `replacement`, everywhere or at the first match only.
+Value replaceText(const Value& input, const std::string& search, const std::string& replacement, bool firstOnly) {
+    auto original = textOf(input);
+    if (!original) return Value::nil();
+    text::Searchable haystack(*original), needle(search);
+    std::size_t match = haystack.find(needle);
+    // Nothing to replace: the text as given, not its canonical form.
+    if (match == std::string::npos) return Value::string(std::move(*original));
+    const std::string& text = haystack.text();
+    std::string out;
+    out.reserve(text.size());
+    std::size_t copied = 0;
+    for (; match != std::string::npos; match = haystack.find(needle, copied)) {
+        out.append(text, copied, match - copied);
+        out += replacement;
+        copied = match + needle.text().size();
+        if (firstOnly) break;
+    }
+    out.append(text, copied);
+    return Value::string(std::move(out));
+}
+
+Value replaceFiltered(const Value& input, Filter::Arguments arguments, bool withReplacement, bool firstOnly) {
+    auto search = textArgument(arguments);
+    std::optional<std::string> replacement = withReplacement ? textArgument(arguments, 1) : std::string();
+    if (!search || !replacement) return Value::nil();
+    return replaceText(input, *search, *replacement, firstOnly);
+}
+
+std::string_view trimStart(std::string_view text) {
+    std::size_t start = 0, length;
+    while (start < text.size() && unicode::isWhitespaceOrNewline(unicode::decode(text, start, length))) start += length;
+    return text.substr(start);
+}
+
+std::string_view trimEnd(std::string_view text) {
+    std::size_t end = text.size(), length;
+    while (end > 0 && unicode::isWhitespaceOrNewline(unicode::decodeBefore(text, end, length))) end -= length;
+    return text.substr(0, end);
+}
+
+// The length of a newline at `position` (CR LF counts as one), or 0.
+std::size_t newlineLength(std::string_view text, std::size_t position) {
+    unsigned char byte = static_cast<unsigned char>(text[position]);
+    if (byte == '\r') return position + 1 < text.size() && text[position + 1] == '\n' ? 2 : 1;
+    if (byte == '\n' || byte == '\v' || byte == '\f') return 1;
+    if (byte < 0x80) return 0;
+    std::size_t length;
+    char32_t c = unicode::decode(text, position, length);
+    return c == 0x85 || c == 0x2028 || c == 0x2029 ? length : 0;
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool isWellFormedUTF8(std::string_view text) {
+    for (std::size_t position = 0, length; position < text.size(); position += length) {
+        // A real U+FFFD takes three bytes; a bad byte reads as U+FFFD of one.
+        if (unicode::decode(text, position, length) == 0xFFFD && length == 1) return false;
+    }
+    return true;
+}
+
+bool isUnreservedInURL(unsigned char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+           c == '_' || c == '~' || c == '/' || c == '?' || c == '+';
+}
+
+// `wanted` characters from the start of text, as bytes (a count beyond the text takes all of it).
+std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
+    auto boundaries = text::characterBoundaries(text);
+    return text.substr(0, boundaries[std::min(wanted, boundaries.size() - 1)]);
+}
+
+}  // namespace
+
+Value append(const Value& input, Filter::Arguments arguments) {
+    auto suffix = textArgument(arguments);
+    if (!suffix) return Value::nil();
+    return mapText(input, [&](std::string text) { return text + *suffix; });
+}
+
+Value capitalize(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) {
+        auto words = text::words(text);
+        if (words.empty()) return text;
+        std::string_view word = words.front();
+        std::size_t start = static_cast<std::size_t>(word.data() - text.data());
+        // Only the first word changes; the rest of the text is kept as it is.
+        return text.substr(0, start) + text::capitalizedWord(word) + text.substr(start + word.size());
+    });
+}
+
+Value downcase(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) { return text::lowercased(text); });
+}
+
+Value lstrip(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) { return std::string(trimStart(text)); });
+}
+
+Value newlineToBr(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) {
+        std::string out;
+        out.reserve(text.size());
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
+                out += "<br />";
+                ++i;
+            } else if (text[i] == '\n') {
+                out += "<br />";
+            } else {
+                out += text[i];
+            }
+        }
+        return out;
+    });
+}
+
+Value prepend(const Value& input, Filter::Arguments arguments) {
+    auto prefix = textArgument(arguments);
+    if (!prefix) return Value::nil();
+    return mapText(input, [&](std::string text) { return *prefix + text; });
+}
+
+Value remove(const Value& input, Filter::Arguments arguments) { return replaceFiltered(input, arguments, false, false); }
+
+Value removeFirst(const Value& input, Filter::Arguments arguments) {
+    return replaceFiltered(input, arguments, false, true);
+}
+
+Value replace(const Value& input, Filter::Arguments arguments) { return replaceFiltered(input, arguments, true, false); }
+
+Value replaceFirst(const Value& input, Filter::Arguments arguments) {
+    return replaceFiltered(input, arguments, true, true);
+}
+
+Value rstrip(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) { return std::string(trimEnd(text)); });
+}
+
+Value size(const Value& input, Filter::Arguments) {
+    if (auto* text = input.asString()) return Value::integer(static_cast<std::int64_t>(text::characterCount(*text)));
+    if (auto* elements = input.asArray()) return Value::integer(static_cast<std::int64_t>(elements->size()));
+    return Value::nil();
+}
+
+Value slice(const Value& input, Filter::Arguments arguments) {
+    auto text = textOf(input);
+    if (!text || arguments.size() < 2) return Value::nil();
+    auto offset = arguments[0].integerValue(), length = arguments[1].integerValue();
+    if (!offset || !length || *length < 0) return Value::nil();
+    auto boundaries = text::characterBoundaries(*text);
+    auto count = static_cast<std::int64_t>(boundaries.size() - 1);
+    std::int64_t start = *offset < 0 ? std::max<std::int64_t>(*offset + count, 0) : std::min(*offset, count);
+    std::int64_t end = start + std::min(*length, count - start);
+    auto from = boundaries[static_cast<std::size_t>(start)], to = boundaries[static_cast<std::size_t>(end)];
+    return Value::string(text->substr(from, to - from));
+}
+
+Value split(const Value& input, Filter::Arguments arguments) {
+    auto text = textOf(input);
+    auto separator = textArgument(arguments);
+    if (!text || !separator) return Value::nil();
+    Value::Array pieces;
+    if (text->empty()) return Value::array(std::move(pieces));
+    if (separator->empty()) {
+        auto boundaries = text::characterBoundaries(*text);
+        for (std::size_t i = 0; i + 1 < boundaries.size(); ++i)
+            pieces.push_back(Value::string(text->substr(boundaries[i], boundaries[i + 1] - boundaries[i])));
+        return Value::array(std::move(pieces));
+    }
+    text::Searchable haystack(*text), needle(*separator);
+    const std::string& searched = haystack.text();
+    std::size_t start = 0;
+    for (std::size_t match; (match = haystack.find(needle, start)) != std::string::npos;
+         start = match + needle.text().size())
+        pieces.push_back(Value::string(searched.substr(start, match - start)));
+    pieces.push_back(Value::string(searched.substr(start)));
+    return Value::array(std::move(pieces));
+}
+
+Value strip(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) { return std::string(unicode::trimWhitespaceAndNewlines(text)); });
+}
+
+Value stripNewlines(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) {
+        std::string out;
+        out.reserve(text.size());
+        for (std::size_t i = 0; i < text.size();) {
+            std::size_t newline = newlineLength(text, i);
+            if (newline == 0) out += text[i++];
+            else i += newline;
+        }
+        return out;
+    });
+}
+
+Value truncate(const Value& input, Filter::Arguments arguments) {
+    if (arguments.empty() || arguments.size() > 2) return Value::nil();
+    auto length = arguments[0].integerValue();
+    if (!length) return Value::nil();
+    std::string text = input.stringValue();
+    auto count = static_cast<std::int64_t>(text::characterCount(text));
+    if (count <= *length) return Value::string(std::move(text));
+    std::string ellipsis = arguments.size() == 2 ? arguments[1].stringValue() : "...";
+    auto ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
+    // The ellipsis counts toward the length, unless it alone is longer.
+    std::int64_t kept = *length > ellipsisCount ? *length - ellipsisCount : 0;
+    return Value::string(std::string(firstCharacters(text, static_cast<std::size_t>(kept))) + ellipsis);
+}
+
+Value truncatewords(const Value& input, Filter::Arguments arguments) {
+    if (arguments.empty() || arguments.size() > 2) return Value::nil();
+    auto count = arguments[0].integerValue();
+    auto text = textOf(input);
+    if (!count || !text) return Value::nil();
+    auto words = text::words(*text);
+    auto kept = static_cast<std::size_t>(std::max<std::int64_t>(*count, 1));
+    if (words.size() <= kept) return Value::string(std::move(*text));
+    std::string out;
+    for (std::size_t i = 0; i < kept; ++i) {
+        if (i > 0) out += ' ';
+        out += words[i];
+    }
+    out += arguments.size() == 2 ? arguments[1].stringValue() : "...";
+    return Value::string(std::move(out));
+}
+
+Value upcase(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) { return text::uppercased(text); });
+}
+
+Value urlDecode(const Value& input, Filter::Arguments) {
+    auto text = textOf(input);
+    if (!text) return Value::nil();
+    std::string out;
+    out.reserve(text->size());
+    for (std::size_t i = 0; i < text->size(); ++i) {
+        char c = (*text)[i];
+        if (c != '%') {
+            out += c;
+            continue;
+        }
+        int high = i + 2 < text->size() ? hexDigit((*text)[i + 1]) : -1;
+        int low = high >= 0 ? hexDigit((*text)[i + 2]) : -1;
+        if (low < 0) return Value::nil();
+        out += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    if (!isWellFormedUTF8(out)) return Value::nil();
+    // After decoding, so that an encoded plus ("%2B") also becomes a blank.
+    std::replace(out.begin(), out.end(), '+', ' ');
+    return Value::string(std::move(out));
+}
+
+Value urlEncode(const Value& input, Filter::Arguments) {
+    return mapText(input, [](std::string text) {
+        static constexpr char hex[] = "0123456789ABCDEF";
+        std::string out;
+        out.reserve(text.size());
+        for (unsigned char c : text) {
+            if (c == ' ') c = '+';
+            if (isUnreservedInURL(c)) {
+                out += static_cast<char>(c);
+            } else {
+                out += '%';
+                out += hex[c >> 4];
+                out += hex[c & 15];
+            }
+        }
+        return out;
+    });
+}
+
+}  // namespace drovel::templating::filters

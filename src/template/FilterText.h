@@ -1,0 +1,62 @@
+#pragma once
+// Text services of the filters, on UTF-8: characters (extended grapheme clusters), words (word
+// boundaries), the current locale's case mapping, and literal search on character boundaries.
+// ASCII text takes a fast path before ICU. Ill-formed UTF-8 never fails: a bad byte reads as U+FFFD.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "template/Token.h"
+
+namespace drovel::templating::filters {
+
+// The text a string filter works on: a string, or the printed form of an integer or a decimal.
+// Booleans, arrays, dictionaries, ranges and nil give nothing, and the filter gives nil.
+std::optional<std::string> textOf(const Token::Value& value);
+
+namespace text {
+
+// The byte offsets where characters start, followed by the text's size: "e\u0301x" gives
+// {0, 3, 4}, an empty text {0}. CR LF is one character.
+std::vector<std::size_t> characterBoundaries(std::string_view text);
+std::size_t characterCount(std::string_view text);
+
+// The words in order: the segments between word boundaries that hold letters, digits, kana or
+// ideographs (spaces and punctuation are not words, "don't" and "3.5" are one word each).
+std::vector<std::string_view> words(std::string_view text);
+
+// Full case mapping in the current locale (ICU's default, which follows the environment), so
+// "ß" upper-cases to "SS".
+std::string uppercased(std::string_view text);
+std::string lowercased(std::string_view text);
+// The word with its first cased letter in title case and the rest in lower case.
+std::string capitalizedWord(std::string_view word);
+// The case-folded form, for comparisons that ignore case.
+std::string caseFolded(std::string_view text);
+
+// A text prepared for literal search: ASCII text as it is, other text in its canonical (NFC)
+// form, so that precomposed and decomposed accents match each other. Matches start and end on
+// character boundaries only: "e" is not found in "e\u0301". Results of replacing are built from
+// `text`, so non-ASCII results come out in the canonical form.
+class Searchable {
+public:
+    explicit Searchable(std::string_view text);
+
+    const std::string& text() const { return text_; }
+    // The first match of `needle` (prepared with Searchable too) at or after `from`, or npos.
+    // An empty needle is never found.
+    std::size_t find(const Searchable& needle, std::size_t from = 0) const;
+
+private:
+    bool isBoundary(std::size_t position) const;
+
+    std::string text_;
+    bool ascii_;
+    std::vector<bool> boundaries_;  // non-ASCII text only: one entry per byte offset and the end
+};
+
+}  // namespace text
+}  // namespace drovel::templating::filters

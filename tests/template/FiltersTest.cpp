@@ -1,0 +1,380 @@
+// The built-in filters, called through filter chains so that argument parsing is exercised too:
+// results, the nil answers for inputs and arguments of the wrong kind, the colon rule of filter
+// arguments, Unicode characters and words, and dates under an explicit TZ.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+
+#include "template/Filter.h"
+#include "template/Parser.h"
+#include "template/TemplateTestSupport.h"
+
+namespace drovel::templating {
+namespace {
+
+using namespace testing;
+using Value = Token::Value;
+
+Value arr(Value::Array elements) { return Value::array(std::move(elements)); }
+Value dict(std::initializer_list<std::pair<std::string_view, Value>> entries) {
+    return Value::dictionary(Value::Dictionary(entries));
+}
+const Value nil;
+
+// "x | <call>" evaluated with x = input, next to a few variables that arguments may name.
+Value apply(const Value& input, const std::string& call) {
+    auto context = contextWith({{"x", input}, {"list", arr({str("b"), integer(2)})}, {"fmt", str("%H:%M")}});
+    Parser parser({}, context);
+    return parser.evaluateFilteredExpression("x | " + call);
+}
+
+struct Case {
+    Value input;
+    std::string call;
+    Value expected;
+};
+
+void expectAll(std::initializer_list<Case> cases) {
+    for (const auto& c : cases)
+        EXPECT_EQ(apply(c.input, c.call), c.expected)
+            << c.call << " on \"" << c.input.stringValue() << "\" gave \"" << apply(c.input, c.call).stringValue()
+            << "\" (kind " << static_cast<int>(apply(c.input, c.call).kind()) << ")";
+}
+
+// Sets TZ for one test and puts the previous value back.
+class TimeZone {
+public:
+    explicit TimeZone(const char* zone) {
+        if (const char* old = std::getenv("TZ")) previous_ = old;
+        set(zone);
+    }
+    ~TimeZone() { set(previous_ ? previous_->c_str() : nullptr); }
+    static void set(const char* zone) {
+        if (zone) setenv("TZ", zone, 1);
+        else unsetenv("TZ");
+        tzset();
+    }
+
+private:
+    std::optional<std::string> previous_;
+};
+
+TEST(Filters, RegisteredInTableOrder) {
+    const char* names[] = {"abs", "append", "at_least", "at_most", "capitalize", "ceil", "concat", "compact", "date",
+                           "default", "divided_by", "downcase", "escape", "escape_once", "first", "floor", "join",
+                           "last", "lstrip", "map", "minus", "modulo", "newline_to_br", "plus", "prepend", "remove",
+                           "remove_first", "replace", "replace_first", "reverse", "round", "rstrip", "size", "slice",
+                           "sort", "sort_natural", "split", "strip", "strip_html", "strip_newlines", "times",
+                           "truncate", "truncatewords", "uniq", "upcase", "url_decode", "url_encode"};
+    const auto& filters = builtinFilters();
+    ASSERT_EQ(filters.size(), std::size(names));
+    for (std::size_t i = 0; i < filters.size(); ++i) EXPECT_EQ(filters[i].identifier, names[i]);
+}
+
+TEST(Filters, Numbers) {
+    expectAll({
+        {integer(-5), "abs", decimal("5")},
+        {str("-2.5"), "abs", decimal("2.5")},
+        {integer(3), "at_least: 5", decimal("5")},
+        {decimal("3.5"), "at_least: 2", decimal("3.5")},
+        {integer(3), "at_most: 2.5", decimal("2.5")},
+        {str("7"), "at_most: 9", decimal("7")},
+        {decimal("1.2"), "ceil", decimal("2")},
+        {decimal("-1.8"), "ceil", decimal("-1")},
+        {str("1.2px"), "ceil", decimal("2")},  // strtod reads the number in front
+        {integer(4), "ceil", decimal("4")},
+        {decimal("-1.2"), "floor", decimal("-2")},
+        {str("1.9"), "floor", decimal("1")},
+        {integer(10), "divided_by: 4", decimal("2.5")},  // doubles, not integer division
+        {str("7"), "divided_by: 2", decimal("3.5")},
+        {integer(10), "minus: 2.5", decimal("7.5")},
+        {integer(10), "modulo: 3", decimal("1")},
+        {decimal("-7.5"), "modulo: 2", decimal("-1.5")},  // fmod keeps the dividend's sign
+        {str("1.5"), "plus: 1", decimal("2.5")},
+        {decimal("0.1"), "plus: 0.2", decimal("0.3")},  // decimal, not binary, arithmetic
+        {decimal("2.5"), "round", decimal("3")},
+        {decimal("-2.5"), "round", decimal("-3")},
+        {decimal("2.4999"), "round", decimal("2")},
+        {decimal("3.14159"), "round: 2", decimal("3.14")},
+        {str("2.675"), "round: 2", decimal("2.68")},
+        {integer(1250), "round: -2", decimal("1300")},
+        {decimal("12.5"), "round: 300", decimal("12.5")},
+        {decimal("1.5"), "times: 4", decimal("6")},
+        {str("3"), "times: -1", decimal("-3")},
+    });
+}
+
+TEST(Filters, Strings) {
+    expectAll({
+        {str("a"), "append: 'b'", str("ab")},
+        {integer(3), "append: ' pts'", str("3 pts")},
+        {str("a"), "append: list", nil},  // an array is no text
+        {str("hELLO wORLD"), "capitalize", str("Hello wORLD")},
+        {str("  ... élan vital"), "capitalize", str("  ... Élan vital")},
+        {str("3rd place"), "capitalize", str("3rd place")},
+        {str("ÀBC Straße"), "downcase", str("àbc straße")},
+        {str("straße"), "upcase", str("STRASSE")},
+        {str(" \t a b \n"), "lstrip", str("a b \n")},
+        {str(" \t a b \n"), "rstrip", str(" \t a b")},
+        {str("\u00a0 a b \u2029"), "strip", str("a b")},
+        {str("a\r\nb\nc"), "newline_to_br", str("a<br />b<br />c")},
+        {str("b"), "prepend: 'a'", str("ab")},
+        {str("a-b-c"), "remove: '-'", str("abc")},
+        {str("a-b-c"), "remove_first: '-'", str("ab-c")},
+        {str("a-b-c"), "replace: '-', '+'", str("a+b+c")},
+        {str("a-b-c"), "replace_first: '-', '+'", str("a+b-c")},
+        {str("aaa"), "replace: 'aa', 'b'", str("ba")},
+        {str("abc"), "replace: '', 'x'", str("abc")},
+        {str("a-b"), "replace: '-'", nil},  // the replacement is required
+        {str("hello"), "slice: 1, 3", str("ell")},
+        {str("hello"), "slice: -3, 2", str("ll")},
+        {str("hello"), "slice: 3, 10", str("lo")},
+        {str("hello"), "slice: 10, 2", str("")},
+        {str("hello"), "slice: 1, -1", nil},
+        {str("hello"), "slice: 1", nil},
+        {str("a-b--c"), "split: '-'", arr({str("a"), str("b"), str(""), str("c")})},
+        {str("ab"), "split: ''", arr({str("a"), str("b")})},
+        {str(""), "split: '-'", arr({})},
+        {str("a\r\nb\nc\u2028d\re"), "strip_newlines", str("abcde")},
+        {str("abcdefgh"), "truncate: 5", str("ab...")},
+        {str("abcdefgh"), "truncate: 5, ''", str("abcde")},
+        {str("abc"), "truncate: 5", str("abc")},
+        {str("abcdef"), "truncate: 2, '.....'", str(".....")},  // the ellipsis alone is longer
+        {integer(123456), "truncate: 4", str("1...")},         // the printed form of any input
+        {str("abcdef"), "truncate: 'x'", nil},
+        {str("abcdef"), "truncate: 1, 2, 3", nil},
+        {str("one two, three four"), "truncatewords: 2", str("one two...")},
+        {str("one two, three four"), "truncatewords: 3, '…'", str("one two three…")},
+        {str("one two"), "truncatewords: 2", str("one two")},  // nothing dropped: unchanged
+        {str("Don't stop"), "truncatewords: 0", str("Don't...")},  // at least one word
+        {str("a%2Bb"), "url_decode", str("a b")},
+        {str("caf%C3%A9+x"), "url_decode", str("café x")},
+        {str("100%"), "url_decode", nil},
+        {str("%FF"), "url_decode", nil},
+        {str("a b/c?d"), "url_encode", str("a+b/c?d")},
+        {str("é&=-._~"), "url_encode", str("%C3%A9%26%3D-._~")},
+    });
+}
+
+TEST(Filters, CharactersAndWordsFollowUnicode) {
+    const std::string decomposed = "cafe\u0301";  // "café" with a combining accent
+    const std::string flags = "\U0001F1EB\U0001F1F7\U0001F1E9\U0001F1EA";  // two flags, four code points
+    expectAll({
+        {str(decomposed), "size", integer(4)},
+        {str(flags + "\U0001F44D\U0001F3FD"), "size", integer(3)},  // a thumb with its skin tone is one
+        {str("a\r\nb"), "size", integer(3)},
+        {str(flags), "slice: 1, 1", str("\U0001F1E9\U0001F1EA")},
+        {str(decomposed + decomposed), "truncate: 5, '…'", str(decomposed + "…")},
+        {str("e\u0301x"), "split: ''", arr({str("e\u0301"), str("x")})},
+        // "e" inside "é" is no match; the result is in the canonical (composed) form.
+        {str(decomposed + " cafe"), "remove: 'e'", str("caf\u00e9 caf")},
+        {str(decomposed), "replace: 'é', 'e'", str("cafe")},  // composed and decomposed match
+        {str("ßuper"), "capitalize", str("Ssuper")},
+        {str("ǆemal"), "capitalize", str("ǅemal")},  // title case, not upper case
+        {str("İstanbul"), "downcase", str("i\u0307stanbul")},
+        {str("日本語のテキスト です"), "truncatewords: 1", str("日本語...")},  // dictionary word breaks
+        {str("l'été est là"), "truncatewords: 2", str("l'été est...")},
+    });
+}
+
+TEST(Filters, Html) {
+    expectAll({
+        {str("<a href='x'>&"), "escape", str("&#x3C;a href=&#x27;x&#x27;&#x3E;&#x26;")},
+        {str("é"), "escape", str("&#xE9;")},
+        {str("&amp; <"), "escape_once", str("&#x26; &#x3C;")},
+        {str("&#x26;"), "escape_once", str("&#x26;")},
+        {str("<p class=\"a\">x</p><br/>"), "strip_html", str("x")},
+        {str("a <> b < c"), "strip_html", str("a <> b < c")},
+        {str("<<b>x<i\n>y"), "strip_html", str("xy")},
+    });
+}
+
+TEST(Filters, Arrays) {
+    Value people = arr({dict({{"name", str("Bo")}, {"age", integer(30)}}), dict({{"name", str("al")}}), integer(3)});
+    expectAll({
+        {arr({str("a")}), "concat: list", arr({str("a"), str("b"), integer(2)})},
+        {arr({integer(1), nil, str(""), nil}), "compact", arr({integer(1), str("")})},
+        {nil, "default: 'x'", str("x")},
+        {Value::boolean(false), "default: 'x'", str("x")},
+        {str(""), "default: 'x'", str("x")},
+        {arr({}), "default: 'x'", arr({})},
+        {integer(0), "default: 'x'", integer(0)},
+        {arr({str("a"), str("b")}), "first", str("a")},
+        {arr({str("a"), str("b")}), "last", str("b")},
+        {arr({str("a"), integer(1), nil, decimal("2.5")}), "join: '-'", str("a-1--2.5")},
+        {people, "map: 'name'", arr({str("Bo"), str("al"), nil})},
+        {arr({integer(1), integer(2), integer(3)}), "reverse", arr({integer(3), integer(2), integer(1)})},
+        {arr({integer(3), str("b"), decimal("1.5"), Value::boolean(true), str("a"), nil, Value::boolean(false), integer(2)}),
+         "sort",
+         arr({decimal("1.5"), integer(2), integer(3), str("a"), str("b"), Value::boolean(false), Value::boolean(true), nil})},
+        {arr({str("b"), str("A"), str("a"), str("B")}), "sort", arr({str("A"), str("B"), str("a"), str("b")})},
+        {arr({str("b"), str("A"), str("a"), str("B")}), "sort_natural", arr({str("A"), str("a"), str("b"), str("B")})},
+        {arr({str("Straße"), str("STRASSE"), str("strasse")}), "sort_natural",
+         arr({str("Straße"), str("STRASSE"), str("strasse")})},  // equal when folded: order kept
+        {people, "sort: 'name'", arr({people.asArray()->at(0), people.asArray()->at(1), integer(3)})},
+        {people, "sort_natural: 'name'", arr({people.asArray()->at(1), people.asArray()->at(0), integer(3)})},
+        {arr({integer(1), str("1"), integer(1), decimal("1"), str("\u00e9"), str("e\u0301")}), "uniq",
+         arr({integer(1), str("1"), decimal("1"), str("\u00e9")})},
+        {arr({integer(1), str("a")}), "size", integer(2)},
+    });
+}
+
+TEST(Filters, InputsAndArgumentsOfTheWrongKindGiveNil) {
+    Value array = arr({str("a")});
+    Value dictionary = dict({{"a", integer(1)}});
+    Value range = Value::range(1, 3);
+    expectAll({
+        // Numbers take numbers and numeric strings.
+        {array, "abs", nil}, {str("px"), "abs", nil}, {nil, "ceil", nil}, {str("px"), "floor", nil},
+        {Value::boolean(true), "round", nil}, {integer(2), "round: 'x'", nil}, {array, "plus: 1", nil},
+        {integer(2), "plus: 'x'", nil}, {integer(2), "plus", nil}, {integer(2), "minus: list", nil},
+        {integer(2), "times", nil}, {integer(2), "at_least", nil}, {integer(2), "at_most: 'x'", nil},
+        {integer(2), "divided_by: 0", nil}, {integer(2), "divided_by", nil}, {integer(2), "modulo: 0", nil},
+        {range, "modulo: 2", nil},
+        // Strings take strings and the printed forms of numbers.
+        {nil, "append: 'x'", nil}, {array, "prepend: 'x'", nil}, {Value::boolean(true), "upcase", nil},
+        {dictionary, "downcase", nil}, {range, "capitalize", nil}, {array, "strip", nil}, {nil, "lstrip", nil},
+        {nil, "rstrip", nil}, {array, "newline_to_br", nil}, {array, "strip_newlines", nil},
+        {nil, "remove: 'a'", nil}, {str("a"), "remove", nil}, {str("a"), "remove_first", nil},
+        {array, "replace: 'a', 'b'", nil}, {str("a"), "replace_first: 'a'", nil}, {array, "slice: 0, 1", nil},
+        {str("a"), "slice: 'x', 1", nil}, {array, "split: '-'", nil}, {str("a-b"), "split", nil},
+        {array, "truncatewords: 1", nil}, {str("a b"), "truncatewords", nil}, {str("a b"), "truncatewords: 'x'", nil},
+        {str("a"), "truncate", nil}, {array, "url_encode", nil}, {nil, "url_decode", nil},
+        {array, "escape", nil}, {nil, "escape_once", nil}, {array, "strip_html", nil},
+        {integer(12), "size", nil}, {decimal("1.5"), "size", nil}, {dictionary, "size", nil}, {range, "size", nil},
+        // Arrays take arrays only.
+        {str("ab"), "first", nil}, {arr({}), "first", nil}, {range, "last", nil}, {arr({}), "last", nil},
+        {str("a"), "concat: list", nil}, {array, "concat: 'b'", nil}, {array, "concat", nil},
+        {str("a"), "compact", nil}, {str("a"), "join: '-'", nil}, {array, "join", nil},
+        {array, "join: list", nil}, {dictionary, "map: 'a'", nil}, {array, "map", nil}, {str("ab"), "reverse", nil},
+        {str("ab"), "sort", nil}, {array, "sort: list", nil}, {range, "sort_natural", nil}, {str("a"), "uniq", nil},
+        {nil, "default", nil}, {str("x"), "default", nil},
+        // Dates.
+        {str("2020-01-02"), "date", nil}, {str("someday"), "date: '%Y'", nil}, {array, "date: '%Y'", nil},
+    });
+}
+
+TEST(Filters, ArgumentsSplitAtEveryColonAndComma) {
+    LogCapture log;
+    // A colon inside an argument makes three parts: the chain stops with the value so far.
+    EXPECT_EQ(apply(str("a"), "append: 'b:c' | upcase"), str("a"));
+    // A comma inside an argument splits it: "'b" and "c'" are no literals (nil), while a lone
+    // quote begins and ends with a quote and reads as the empty string.
+    EXPECT_EQ(apply(str("a"), "append: 'b,c'"), nil);
+    EXPECT_EQ(apply(str("a,b"), "split: ','"), arr({str("a"), str(","), str("b")}));
+    EXPECT_EQ(apply(str("a"), "append: 'b', 'c'"), str("ab"));  // extra arguments are ignored
+    // A variable carries such texts through.
+    EXPECT_EQ(apply(str("a"), "append: fmt"), str("a%H:%M"));
+    EXPECT_EQ(log.lines, std::vector<std::string>{"Error: bad filter syntax:  append: 'b:c' . Stopping filter processing."});
+}
+
+TEST(Filters, ChainsInTemplates) {
+    auto context = contextWith({{"name", str("  ann lee ")},
+                                {"tags", arr({str("vip"), str("new"), str("vip")})},
+                                {"price", str("19.999")}});
+    EXPECT_EQ(render("{{ name | strip | capitalize | append: '!' }} {{ tags | uniq | sort | join: ' ' }} "
+                     "{{ price | round: 2 | times: 2 }}",
+                     context),
+                 "Ann lee! new vip 40");
+}
+
+// Milliseconds since 1970 of a parsed date, or nothing.
+std::optional<std::int64_t> parsed(std::string_view text) {
+    auto date = Filter::parseDate(text, platform::Date(std::chrono::seconds(42)));
+    if (!date) return std::nullopt;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(date->time_since_epoch()).count();
+}
+std::optional<std::int64_t> ms(std::optional<double> seconds) {
+    if (!seconds) return std::nullopt;
+    return std::llround(*seconds * 1000);
+}
+
+constexpr double k20200102T030405Z = 1577934245;
+constexpr double kHour = 3600;
+
+TEST(Filters, ParseDateFormats) {
+    TimeZone zone("EST5");  // local time is UTC-5 all year
+    const std::pair<const char*, std::optional<double>> cases[] = {
+        {"now", 42},
+        {" today ", 42},
+        {"1577934245", k20200102T030405Z},
+        {"-1.5", -1.5},
+        {"+1577934245.25", k20200102T030405Z + 0.25},
+        {"2020-01-02", k20200102T030405Z - 3 * kHour - 245 + 5 * kHour},  // local midnight
+        {"2020-01-02T03:04:05Z", k20200102T030405Z},
+        {"2020-01-02t03:04:05.250+01:00", k20200102T030405Z - kHour + 0.25},
+        {"2020-01-02T03:04:05,5-0130", k20200102T030405Z + 1.5 * kHour + 0.5},
+        {"2020-01-02T03:04:05+02", k20200102T030405Z - 2 * kHour},
+        {"2020-01-02T03:04", k20200102T030405Z - 5 + 5 * kHour},
+        {"2020-01-02 03:04:05", k20200102T030405Z + 5 * kHour},
+        {"2020-01-02 03:04:05 +0000", k20200102T030405Z},
+        {"2020-01-02 03:04:05 UTC", k20200102T030405Z},
+        {"2016-12-31T23:59:60Z", 1483228800},  // a leap second is the next minute's start
+        {"Thu, 02 Jan 2020 03:04:05 +0000", k20200102T030405Z},
+        {"thursday,  2 january 2020 03:04:05 GMT", k20200102T030405Z},
+        {"2 Jan 20 03:04 PST", k20200102T030405Z - 5 + 8 * kHour},
+        {"Thu, 2 Jan 2020 03:04:05", k20200102T030405Z + 5 * kHour},
+        {"2262-01-01T00:00:00Z", 9214646400},
+        {"", std::nullopt},
+        {"tomorrow", std::nullopt},
+        {"Now", std::nullopt},
+        {"2020-02-30", std::nullopt},
+        {"2019-02-29", std::nullopt},
+        {"2020-13-01", std::nullopt},
+        {"2020-1-2", std::nullopt},
+        {"2020-01-02T24:00", std::nullopt},
+        {"2020-01-02T03:04:05+2400", std::nullopt},
+        {"2020-01-02T03:04:05Zjunk", std::nullopt},
+        {"2020-01-02T03:04:05.Z", std::nullopt},
+        {"Foo, 2 Jan 2020 03:04 +0000", std::nullopt},
+        {"32 Jan 2020 03:04 +0000", std::nullopt},
+        {"2 Jan 2020 03:04 XYZ", std::nullopt},
+        {"9999999999", std::nullopt},  // beyond 2262: no platform date
+        {"1600-01-01T00:00:00Z", std::nullopt},
+        {"123456789012345678901234567890", std::nullopt},
+        {"12e3", std::nullopt},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(parsed(text), ms(expected)) << text;
+}
+
+TEST(Filters, ParseDateFollowsDaylightSavingTime) {
+    TimeZone zone("America/New_York");
+    EXPECT_EQ(parsed("2020-07-01 12:00:00"), ms(1593619200));  // EDT: 16:00 UTC
+    EXPECT_EQ(parsed("2020-01-01 12:00:00"), ms(1577898000));  // EST: 17:00 UTC
+}
+
+TEST(Filters, DateFormatsInLocalTime) {
+    TimeZone zone("EST5");
+    expectAll({
+        {str("2020-01-02T03:04:05Z"), "date: '%Y-%m-%d %H'", str("2020-01-01 22")},
+        {integer(1577934245), "date: '%F'", str("2020-01-01")},
+        {decimal("1577934245.9"), "date: '%S'", str("05")},
+        {str("Thu, 02 Jan 2020 03:04:05 +0000"), "date: '%a %e %b'", str("Wed  1 Jan")},
+        {str("2020-01-02"), "date: fmt", str("00:00")},  // a colon only through a variable
+        {str("2020-01-02"), "date: ''", nil},            // the formatter gives no text
+        {str("2020-01-02"), "date: missing", nil},       // nil prints as the empty format
+    });
+}
+
+TEST(Filters, DateOfNowIsTheCurrentTime) {
+    TimeZone zone("UTC0");
+    auto year = [] {
+        std::time_t now = std::time(nullptr);
+        std::tm parts{};
+        gmtime_r(&now, &parts);
+        return std::to_string(parts.tm_year + 1900);
+    };
+    std::string before = year();
+    for (const char* keyword : {"now", "today"}) {
+        Value result = apply(str(keyword), "date: '%Y'");
+        std::string after = year();
+        EXPECT_TRUE(result == str(before) || result == str(after)) << keyword;
+    }
+}
+
+}  // namespace
+}  // namespace drovel::templating
