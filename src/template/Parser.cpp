@@ -1,5 +1,7 @@
 #include "template/Parser.h"
 
+#include <algorithm>
+
 #include "template/Log.h"
 #include "template/SmallVector.h"
 #include "template/Tag.h"
@@ -69,6 +71,7 @@ Parser::Scope::Scope(std::unique_ptr<Tag> tag, Scope* parent) : tag_(std::move(t
     // Nothing inside a hidden or halted block shows, whatever its own tag decides.
     if (parent->outputState_ != OutputState::enabled) outputState_ = parent->outputState_;
     evaluationContext_ = parent->evaluationContext_;
+    enclosingLoop_ = parent->tag_ && parent->tag_->iterationTag() ? parent : parent->enclosingLoop_;
 }
 
 Parser::Scope::~Scope() = default;
@@ -207,6 +210,7 @@ void Parser::processTag(std::size_t& index) {
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
+                collapsePass(scope);
                 scope.setContext(std::move(next));
                 scope.setOutputState(OutputState::enabled);
                 resumeAt = *scope.tagTokenIndex + 1;
@@ -228,6 +232,26 @@ void Parser::processTag(std::size_t& index) {
     if (resumeAt) index = *resumeAt - 1;
 }
 
+void Parser::collapsePass(Scope& loopScope) {
+    // A finished pass never changes again, and nothing refers to the scopes it opened (all
+    // closed, all created after passScopes_): keep only its text, so that a long loop holds its
+    // output rather than every pass's scope tree.
+    // Earlier passes left at most one string, so all passes end up in one growing string.
+    auto& statements = loopScope.processedStatements;
+    std::size_t first = loopScope.passStatements_;
+    std::string text = first > 0 ? std::move(std::get<std::string>(statements[first - 1])) : std::string();
+    auto append = [&](std::string_view piece) { text += piece; };
+    for (std::size_t i = first; i < statements.size(); ++i) {
+        if (auto* child = std::get_if<Scope*>(&statements[i])) forEachOutput(**child, append);
+        else if (auto* view = std::get_if<std::string_view>(&statements[i])) text += *view;
+        else text += std::get<std::string>(statements[i]);
+    }
+    statements.resize(first > 0 ? first - 1 : 0);
+    statements.emplace_back(std::move(text));
+    loopScope.passStatements_ = statements.size();
+    scopes_.resize(loopScope.passScopes_);
+}
+
 std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
     std::string_view statement = unicode::trimWhitespaceAndNewlines(text);
     if (statement.empty()) {
@@ -236,6 +260,13 @@ std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
     }
     std::string_view keyword = statement.substr(0, unicode::findWhitespaceOrNewline(statement));
     auto classes = tags_->find(keyword);
+    // A block that skips tags (a comment) ignores them, and unknown keywords, without a word.
+    if (const Tag* scopeTag = current_->tag_.get(); scopeTag && scopeTag->tagKindsToSkip) {
+        const auto& skipped = *scopeTag->tagKindsToSkip;
+        if (classes == tags_->end() ||
+            std::find(skipped.begin(), skipped.end(), classes->second.front().kind) != skipped.end())
+            return nullptr;
+    }
     if (classes == tags_->end()) {
         log("Unknown tag keyword: “" + std::string(keyword) + "”");
         return nullptr;
@@ -258,6 +289,7 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     if (scopes_.empty()) scopes_.reserve(8);
     Scope& scope = *scopes_.emplace_back(std::make_unique<Scope>(std::move(tag), current_));
     scope.tagTokenIndex = tokenIndex;
+    scope.passScopes_ = scopes_.size();
     if (auto* loop = scope.tag_->iterationTag()) scope.setContext(loop->iterationContext());
     scope.tag_->didDefine(scope, *this);
     current_->openChild_ = &scope;

@@ -118,6 +118,8 @@ private:
     void processTag(std::size_t& index);
     std::unique_ptr<Tag> compileTag(std::string_view text);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
+    // Joins the output of a loop's finished pass into one string and frees the pass's scopes.
+    void collapsePass(Scope& loopScope);
 
     std::vector<Token> tokens_;
     std::shared_ptr<Context> context_;
@@ -147,6 +149,8 @@ public:
     // The tag that opened the scope; null for the root.
     Tag* tag() const { return tag_.get(); }
     Scope* parentScope() const { return parent_; }
+    // The nearest enclosing scope opened by a loop tag, or null (break and continue act on it).
+    Scope* enclosingLoopScope() const { return enclosingLoop_; }
 
     OutputState outputState() const { return outputState_; }
     // Sets the state here and in the scopes still open inside this one. Closed child scopes
@@ -170,7 +174,11 @@ private:
 
     std::unique_ptr<Tag> tag_;
     Scope* parent_ = nullptr;
+    Scope* enclosingLoop_ = nullptr;
     Scope* openChild_ = nullptr;
+    // For a loop: where the current pass's statements and scopes (in Parser::scopes_) begin.
+    std::size_t passStatements_ = 0;
+    std::size_t passScopes_ = 0;
     OutputState outputState_ = OutputState::enabled;
     std::shared_ptr<Context> context_;
     Context* evaluationContext_ = nullptr;

@@ -3,8 +3,19 @@
 #include <algorithm>
 
 #include "template/TagAssign.h"
+#include "template/TagBreak.h"
+#include "template/TagCapture.h"
+#include "template/TagCase.h"
+#include "template/TagComment.h"
+#include "template/TagContinue.h"
+#include "template/TagCycle.h"
+#include "template/TagDecrement.h"
 #include "template/TagElse.h"
+#include "template/TagFor.h"
 #include "template/TagIf.h"
+#include "template/TagIncrement.h"
+#include "template/TagTablerow.h"
+#include "template/TagUnless.h"
 #include "template/Unicode.h"
 
 namespace drovel::templating {
@@ -44,9 +55,18 @@ bool Tag::terminates(const Tag& scopeTag) const {
     return std::find(kinds.begin(), kinds.end(), scopeTag.kind()) != kinds.end();
 }
 
-std::optional<Tag::Errors> Tag::parse(std::string_view statement, Parser& parser, Parser::Scope&) {
+std::string_view Tag::statementBody(std::string_view statement) {
     std::string_view rest = unicode::trimWhitespaceAndNewlines(statement);
     takeWord(rest);  // the keyword
+    return rest;
+}
+
+std::optional<Tag::Errors> Tag::parse(std::string_view statement, Parser& parser, Parser::Scope&) {
+    return parseSegments(statementBody(statement), parser);
+}
+
+std::optional<Tag::Errors> Tag::parseSegments(std::string_view body, Parser& parser) {
+    std::string_view rest = unicode::trimWhitespaceAndNewlines(body);
     auto segments = tagExpression();
     for (std::size_t i = 0; i < segments.size(); ++i) {
         const ExpressionSegment& segment = segments[i];
@@ -72,15 +92,12 @@ std::optional<Tag::Errors> Tag::parse(std::string_view statement, Parser& parser
                 break;
             }
             case ExpressionSegment::Kind::group: {
-                std::string_view text = std::exchange(rest, {});
-                if (text.empty()) return Errors::malformedStatement("Expected group list of strings, found nothing.");
+                // A group takes the rest of the statement; a comma inside a quoted element stays.
                 Token::Value::Array elements;
-                for (std::size_t start = 0; start <= text.size();) {
-                    std::size_t comma = std::min(text.find(',', start), text.size());
-                    std::string_view piece = unicode::trimWhitespaceAndNewlines(text.substr(start, comma - start));
-                    if (!piece.empty()) elements.push_back(context->resolveOperand(piece).value_or(Token::Value::nil()));
-                    start = comma + 1;
-                }
+                forEachListElement(std::exchange(rest, {}), false, [&](std::string_view element) {
+                    elements.push_back(context->resolveOperand(element).value_or(Token::Value::nil()));
+                });
+                if (elements.empty()) return Errors::malformedStatement("Expected group list of strings, found nothing.");
                 compiledExpression.set(segment.text, Token::Value::array(std::move(elements)));
                 break;
             }
@@ -94,13 +111,32 @@ Token::Value Tag::evaluateVariable(std::string_view, std::string_view text, Pars
     return parser.evaluateFilteredExpression(text, context.get());
 }
 
+// In declaration order, which is also the order of TagKind.
 const std::vector<TagClass>& builtinTagClasses() {
     static const std::vector<TagClass> classes{
         TagAssign::tagClass(),
+        TagIncrement::tagClass(),
+        TagDecrement::tagClass(),
+        TagCapture::tagClass(),
+        TagEndCapture::tagClass(),
         TagIf::tagClass(),
         TagEndIf::tagClass(),
         TagElse::tagClass(),
         TagElsif::tagClass(),
+        TagUnless::tagClass(),
+        TagEndUnless::tagClass(),
+        TagCase::tagClass(),
+        TagWhen::tagClass(),
+        TagEndCase::tagClass(),
+        TagFor::tagClass(),
+        TagEndFor::tagClass(),
+        TagBreak::tagClass(),
+        TagContinue::tagClass(),
+        TagCycle::tagClass(),
+        TagTablerow::tagClass(),
+        TagEndTablerow::tagClass(),
+        TagComment::tagClass(),
+        TagEndComment::tagClass(),
     };
     return classes;
 }

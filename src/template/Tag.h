@@ -115,14 +115,55 @@ public:
 
     CompiledExpression compiledExpression;
     std::shared_ptr<Context> context;
+    // Set by tags whose block ignores other tags: the kinds not compiled while it is the current
+    // scope (unknown keywords are then ignored too).
     std::optional<std::vector<int>> tagKindsToSkip;
     // Values whose printed forms the tag contributes to the output.
     std::optional<std::vector<Token::Value>> output;
 
+    // The statement without its keyword, trimmed.
+    static std::string_view statementBody(std::string_view statement);
+    // Calls onElement with each trimmed, non-empty element of a list: elements are separated by
+    // commas outside quotes and, with orSeparates, by the word "or" outside quotes. Linear.
+    template <class F>
+    static void forEachListElement(std::string_view text, bool orSeparates, F&& onElement);
+
 protected:
+    // Matches the statement body (keyword removed) against tagExpression(); see parse().
+    std::optional<Errors> parseSegments(std::string_view body, Parser& parser);
     // How a variable segment's text becomes its value: by default a filtered expression.
     virtual Token::Value evaluateVariable(std::string_view key, std::string_view text, Parser& parser);
 };
+
+template <class F>
+void Tag::forEachListElement(std::string_view text, bool orSeparates, F&& onElement) {
+    auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    auto emit = [&](std::size_t start, std::size_t end) {
+        std::string_view element = text.substr(start, end - start);
+        while (!element.empty() && isSpace(element.front())) element.remove_prefix(1);
+        while (!element.empty() && isSpace(element.back())) element.remove_suffix(1);
+        if (!element.empty()) onElement(element);
+    };
+    char quote = 0;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (quote) {
+            if (c == quote) quote = 0;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+        } else if (c == ',') {
+            emit(start, i);
+            start = i + 1;
+        } else if (orSeparates && c == 'o' && text.substr(i, 2) == "or" && (i == 0 || isSpace(text[i - 1])) &&
+                   (i + 2 == text.size() || isSpace(text[i + 2]))) {
+            emit(start, i);
+            start = i + 2;
+            ++i;
+        }
+    }
+    emit(start, text.size());
+}
 
 // Adopted by loop tags, which also override Tag::iterationTag() to return themselves: the parser
 // asks them for the context of each pass.

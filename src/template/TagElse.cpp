@@ -1,5 +1,6 @@
 #include "template/TagElse.h"
 
+#include "template/TagCase.h"
 #include "template/TagIf.h"
 
 namespace drovel::templating {
@@ -30,7 +31,7 @@ void TagElse::didDefine(Parser::Scope& scope, Parser&) {
     Parser::Scope* parent = scope.parentScope();
     Tag* parentTag = parent ? parent->tag() : nullptr;
     if (parentTag && parentTag->kind() == static_cast<int>(TagKind::Case)) {
-        if (isLive(*parent)) scope.setOutputState(OutputState::enabled);
+        if (isLive(*parent) && !static_cast<TagCase*>(parentTag)->branchTaken()) scope.setOutputState(OutputState::enabled);
     } else if (auto* loop = parentTag ? parentTag->iterationTag() : nullptr; loop && !didTerminateScope) {
         bool show = loop->iterated() == 0 && isLive(*parent);
         scope.setOutputState(show ? OutputState::enabled : OutputState::disabled);

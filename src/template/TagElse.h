@@ -18,7 +18,8 @@ public:
     // but opens its own inside it.
     std::span<const int> terminatesScopesWithTags() const override;
     void didTerminate(Parser::Scope& scope, Parser& parser) override;
-    // Under a case: shown. Inside a loop it did not end: shown only when the loop made no pass.
+    // Under a case: shown when no when branch was taken. Inside a loop it did not end: shown
+    // only when the loop made no pass.
     // After an if chain: hidden when a branch of the chain was taken.
     void didDefine(Parser::Scope& scope, Parser& parser) override;
 

@@ -1,0 +1,196 @@
+#include "template/TagFor.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "template/Unicode.h"
+
+namespace drovel::templating {
+
+namespace {
+
+using OutputState = Parser::Scope::OutputState;
+using Value = Token::Value;
+
+constexpr Tag::ExpressionSegment forExpression[] = {
+    {Tag::ExpressionSegment::Kind::identifier, "iteree"},
+    {Tag::ExpressionSegment::Kind::literal, "in"},
+    {Tag::ExpressionSegment::Kind::variable, "iterand"},
+};
+constexpr std::string_view forParameters[] = {"limit", "offset", "reversed"};
+constexpr int endForTerminates[] = {static_cast<int>(TagKind::For), static_cast<int>(TagKind::Else)};
+
+constexpr std::string_view reversedWord = "reversed";
+
+// Calls onWord(word) for each white-space-separated word of `text` until it returns false.
+template <class F>
+void forEachWord(std::string_view text, F&& onWord) {
+    for (std::string_view rest = unicode::trimWhitespaceAndNewlines(text); !rest.empty();) {
+        std::size_t end = unicode::findWhitespaceOrNewline(rest);
+        if (!onWord(rest.substr(0, end))) return;
+        rest = unicode::trimWhitespaceAndNewlines(rest.substr(end));
+    }
+}
+
+// A word that starts the parameters: "reversed", or "name:" with an optional value after it.
+bool isParameterWord(std::string_view word, std::span<const std::string_view> names) {
+    for (std::string_view name : names) {
+        if (name == reversedWord ? word == name
+                                 : word.size() > name.size() && unicode::hasPrefix(word, name) && word[name.size()] == ':')
+            return true;
+    }
+    return false;
+}
+
+std::uint64_t clampedCount(std::optional<std::int64_t> value) {
+    return value && *value > 0 ? static_cast<std::uint64_t>(*value) : 0;
+}
+
+std::int64_t saturated(std::uint64_t value) {
+    return static_cast<std::int64_t>(std::min<std::uint64_t>(value, std::numeric_limits<std::int64_t>::max()));
+}
+
+}  // namespace
+
+std::span<const Tag::ExpressionSegment> TagFor::tagExpression() const { return forExpression; }
+
+std::span<const std::string_view> TagFor::parameters() const { return forParameters; }
+
+std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) {
+    int depth = 0;
+    for (const Parser::Scope* loop = currentScope.tag() && currentScope.tag()->iterationTag()
+                                         ? &currentScope
+                                         : currentScope.enclosingLoopScope();
+         loop; loop = loop->enclosingLoopScope()) {
+        if (++depth >= maximumNestingDepth)
+            return Errors::malformedStatement("Loops nested more than " + std::to_string(maximumNestingDepth) + " deep");
+    }
+    std::string_view body = statementBody(statement);
+    auto names = parameters();
+    // The parameters begin at the first parameter word after "item in list".
+    std::size_t parametersStart = body.size();
+    std::size_t wordIndex = 0;
+    forEachWord(body, [&](std::string_view word) {
+        if (wordIndex++ >= 3 && isParameterWord(word, names)) {
+            parametersStart = static_cast<std::size_t>(word.data() - body.data());
+            return false;
+        }
+        return true;
+    });
+    if (auto error = parseSegments(body.substr(0, parametersStart), parser)) return error;
+
+    std::string_view pending;  // a parameter name whose value is the next word ("limit: 2")
+    std::optional<Errors> error;
+    std::string_view parameterText = body.substr(parametersStart);
+    forEachWord(parameterText, [&](std::string_view word) {
+        std::string_view name = pending, value = word;
+        if (pending.empty()) {
+            if (word == reversedWord && std::find(names.begin(), names.end(), reversedWord) != names.end()) {
+                reversed_ = true;
+                compiledExpression.set(reversedWord, Value::boolean(true));
+                return true;
+            }
+            std::size_t colon = word.find(':');
+            name = word.substr(0, std::min(colon, word.size()));
+            if (colon == std::string_view::npos || name == reversedWord ||
+                std::find(names.begin(), names.end(), name) == names.end()) {
+                std::size_t at = static_cast<std::size_t>(word.data() - parameterText.data());
+                error = Errors::malformedStatement("Expected end of tag expression, but found " +
+                                                   std::string(parameterText.substr(at)));
+                return false;
+            }
+            value = word.substr(colon + 1);
+            if (value.empty()) {
+                pending = name;
+                return true;
+            }
+        }
+        pending = {};
+        // A value that is no integer (a missing variable, say) leaves the parameter unset.
+        if (auto resolved = context->resolveOperand(value))
+            if (auto number = resolved->integerValue()) compiledExpression.set(name, Value::integer(*number));
+        return true;
+    });
+    if (error) return error;
+    if (!pending.empty()) return Errors::malformedStatement("Expected identifier or literal, found nothing.");
+
+    const Value* iterand = compiledExpression.find("iterand");
+    if (!iterand) return Errors::missingArtifacts();
+    std::uint64_t total = 0;
+    if (auto* array = iterand->asArray()) {
+        total = array->size();
+    } else if (auto* range = iterand->asRange()) {
+        // The full 64-bit range has 2^64 numbers; no rendering gets near that many passes.
+        std::uint64_t span = static_cast<std::uint64_t>(range->upper) - static_cast<std::uint64_t>(range->lower);
+        total = span == std::numeric_limits<std::uint64_t>::max() ? span : span + 1;
+    } else if (currentScope.outputState() == OutputState::enabled) {
+        return Errors::malformedStatement("Expected array or range parameter for for statement, found " +
+                                          iterand->stringValue());
+    }
+    if (total > 0) iterand_ = *iterand;
+    start_ = std::min(total, clampedCount(parameter("offset")));
+    count_ = total - start_;
+    if (auto limit = parameter("limit")) count_ = std::min(count_, clampedCount(limit));
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> TagFor::parameter(std::string_view name) const {
+    const Value* value = compiledExpression.find(name);
+    if (!value || !value->asInteger()) return std::nullopt;
+    return *value->asInteger();
+}
+
+void TagFor::didDefine(Parser::Scope& scope, Parser&) {
+    // A new scope starts in its block's state; a loop in a hidden or halted block makes no pass.
+    if (count_ == 0 || scope.outputState() != OutputState::enabled) scope.setOutputState(OutputState::disabled);
+}
+
+std::shared_ptr<Context> TagFor::iterationContext() { return count_ > 0 ? makePass() : nullptr; }
+
+std::shared_ptr<Context> TagFor::nextIterationContext() { return hasNextPass() ? makePass() : nullptr; }
+
+Value TagFor::itemAt(std::uint64_t pass) const {
+    std::uint64_t index = start_ + (reversed_ ? count_ - 1 - pass : pass);
+    if (auto* array = iterand_.asArray()) return (*array)[static_cast<std::size_t>(index)];
+    if (auto* range = iterand_.asRange())
+        return Value::integer(static_cast<std::int64_t>(static_cast<std::uint64_t>(range->lower) + index));
+    return Value::nil();
+}
+
+std::shared_ptr<Context> TagFor::makePass() {
+    std::uint64_t pass = iterated_++;
+    std::uint64_t remaining = count_ - pass;  // this pass included
+    Value::Dictionary forloop{
+        {"first", Value::boolean(pass == 0)},
+        {"index", Value::integer(saturated(pass + 1))},
+        {"index0", Value::integer(saturated(pass))},
+        {"last", Value::boolean(remaining == 1)},
+        {"length", Value::integer(saturated(count_))},
+        {"rindex", Value::integer(saturated(remaining))},
+        {"rindex0", Value::integer(saturated(remaining - 1))},
+    };
+    Value::Dictionary variables;
+    variables.set(*compiledExpression.find("iteree")->asString(), itemAt(pass));
+    variables.set("forloop", Value::dictionary(std::move(forloop)));
+    hasSupplementalContext_ = true;
+    return context->makeSupplement(std::move(variables));
+}
+
+void TagFor::haltLoop(Parser::Scope& scope, bool stopLoop) {
+    if (scope.outputState() != OutputState::enabled) return;
+    Parser::Scope* loopScope = scope.tag() && scope.tag()->iterationTag() ? &scope : scope.enclosingLoopScope();
+    // Outside a loop break and continue do nothing.
+    if (!loopScope) return;
+    loopScope->setOutputState(OutputState::halted);
+    if (!stopLoop) return;
+    loopScope->haltedOutput = true;
+    if (auto* loop = dynamic_cast<TagFor*>(loopScope->tag())) loop->stop();
+}
+
+std::span<const int> TagEndFor::terminatesScopesWithTags() const { return endForTerminates; }
+
+void TagEndFor::didTerminate(Parser::Scope& scope, Parser&) {
+    shouldTerminateParentScope_ = scope.tag()->kind() != static_cast<int>(TagKind::For);
+}
+
+}  // namespace drovel::templating

@@ -1,0 +1,84 @@
+#pragma once
+// "for item in list" ... "endfor": walks its body once per element of an array or per number of
+// a range, with the element under the "iteree" name and a "forloop" dictionary (first, index,
+// index0, last, length, rindex, rindex0). Optional parameters after the list: "limit: n",
+// "offset: n" and "reversed". An "else" inside shows only when the loop makes no pass.
+
+#include <cstdint>
+
+#include "template/Tag.h"
+
+namespace drovel::templating {
+
+class TagFor : public RegisteredTag<TagFor>, public IterationTag {
+public:
+    static constexpr std::string_view keywordText = "for";
+    static constexpr TagKind tagKind = TagKind::For;
+
+    // Loops nest at most this deep; a deeper loop tag fails to compile. Lookups, counters and
+    // cycles pass through every enclosing loop's context, so the bound keeps them cheap.
+    static constexpr int maximumNestingDepth = 100;
+
+    explicit TagFor(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
+
+    std::span<const ExpressionSegment> tagExpression() const override;
+    std::span<const std::string_view> parameters() const override;
+    bool definesScope() const override { return true; }
+    // Compiles the grammar and the parameters. The "iterand" must be an array or a range; in a
+    // block that shows nothing anything else is taken as an empty list, so the block's
+    // structure stays intact without a message.
+    std::optional<Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) override;
+    // Hides the scope when the loop makes no pass or stands in a block that shows nothing.
+    void didDefine(Parser::Scope& scope, Parser& parser) override;
+
+    IterationTag* iterationTag() override { return this; }
+    std::shared_ptr<Context> iterationContext() override;
+    std::shared_ptr<Context> nextIterationContext() override;
+    std::int64_t iterated() const override { return static_cast<std::int64_t>(iterated_); }
+
+    // Whether another pass follows the current one.
+    bool hasNextPass() const { return !stopped_ && iterated_ < count_; }
+    // "break": no pass follows the current one.
+    void stop() { stopped_ = true; }
+    // The number of passes the loop makes when not stopped.
+    std::uint64_t passCount() const { return count_; }
+
+    // What break and continue do: when `scope` shows output and lies in a loop, the rest of the
+    // loop's current pass shows nothing, and with stopLoop no pass follows. Otherwise nothing.
+    static void haltLoop(Parser::Scope& scope, bool stopLoop);
+
+protected:
+    // The value of a parameter ("limit", "offset", "cols") when given as an integer.
+    std::optional<std::int64_t> parameter(std::string_view name) const;
+
+private:
+    // The context of the next pass, counted.
+    std::shared_ptr<Context> makePass();
+    Token::Value itemAt(std::uint64_t pass) const;
+
+    Token::Value iterand_;
+    std::uint64_t start_ = 0;  // the offset into the iterand
+    std::uint64_t count_ = 0;
+    bool reversed_ = false;
+    std::uint64_t iterated_ = 0;
+    bool stopped_ = false;
+    bool hasSupplementalContext_ = false;
+};
+
+class TagEndFor : public RegisteredTag<TagEndFor> {
+public:
+    static constexpr std::string_view keywordText = "endfor";
+    static constexpr TagKind tagKind = TagKind::EndFor;
+
+    explicit TagEndFor(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
+
+    std::span<const int> terminatesScopesWithTags() const override;
+    void didTerminate(Parser::Scope& scope, Parser& parser) override;
+    // After ending the loop's else branch it ends the loop too.
+    bool shouldTerminateParentScope() const override { return shouldTerminateParentScope_; }
+
+private:
+    bool shouldTerminateParentScope_ = false;
+};
+
+}  // namespace drovel::templating

@@ -1,0 +1,51 @@
+#include "template/TagTablerow.h"
+
+namespace drovel::templating {
+
+namespace {
+
+using OutputState = Parser::Scope::OutputState;
+
+constexpr std::string_view tablerowParameters[] = {"cols", "limit", "offset"};
+constexpr int endTablerowTerminates[] = {static_cast<int>(TagKind::Tablerow), static_cast<int>(TagKind::Else)};
+
+}  // namespace
+
+std::span<const std::string_view> TagTablerow::parameters() const { return tablerowParameters; }
+
+std::uint64_t TagTablerow::columns() const {
+    auto cols = parameter("cols");
+    return cols && *cols > 0 ? static_cast<std::uint64_t>(*cols) : passCount();
+}
+
+void TagTablerow::didDefine(Parser::Scope& scope, Parser& parser) {
+    TagFor::didDefine(scope, parser);
+    if (scope.outputState() == OutputState::enabled) openCell(scope, 0);
+}
+
+void TagTablerow::openCell(Parser::Scope& scope, std::uint64_t pass) {
+    std::uint64_t column = pass % columns();
+    std::string markup;
+    if (column == 0) markup = "<tr class=\"row" + std::to_string(pass / columns() + 1) + "\">";
+    markup += "<td class=\"col" + std::to_string(column + 1) + "\">";
+    scope.processedStatements.emplace_back(std::move(markup));
+}
+
+void TagTablerow::endPass(Parser::Scope& scope) {
+    // A pass cut short by break or continue (halted) still closes its cell.
+    if (scope.outputState() == OutputState::disabled) return;
+    std::uint64_t pass = static_cast<std::uint64_t>(iterated()) - 1;
+    bool rowEnds = pass % columns() == columns() - 1 || !hasNextPass();
+    scope.processedStatements.emplace_back(std::string_view(rowEnds ? "</td></tr>" : "</td>"));
+    if (hasNextPass()) openCell(scope, pass + 1);
+}
+
+std::span<const int> TagEndTablerow::terminatesScopesWithTags() const { return endTablerowTerminates; }
+
+void TagEndTablerow::didTerminate(Parser::Scope& scope, Parser&) {
+    bool endsTable = scope.tag()->kind() == static_cast<int>(TagKind::Tablerow);
+    shouldTerminateParentScope_ = !endsTable;
+    if (endsTable) static_cast<TagTablerow*>(scope.tag())->endPass(scope);
+}
+
+}  // namespace drovel::templating

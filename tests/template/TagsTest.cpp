@@ -1,0 +1,231 @@
+// The built-in tags: counters, capture, unless, case, loops with their variables, else, break,
+// continue and parameters, cycle, tablerow, comment; and the messages of tags that fail.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "template/Lexer.h"
+#include "template/Parser.h"
+#include "template/Tag.h"
+#include "template/TemplateTestSupport.h"
+
+namespace drovel::templating {
+namespace {
+
+using namespace testing;
+using Value = Token::Value;
+
+struct Outcome {
+    std::string output;
+    std::vector<std::string> log;
+};
+
+Outcome run(std::string_view text, std::shared_ptr<Context> context) {
+    LogCapture log;
+    Parser parser(Lexer(text).tokenize(), std::move(context));
+    return {parser.parseJoined(), std::move(log.lines)};
+}
+
+std::shared_ptr<Context> sampleContext() {
+    return contextWith({
+        {"name", str("Ann")},
+        {"tier", str("gold")},
+        {"count", decimal("3")},
+        {"list", Value::array({integer(1), integer(2), integer(3)})},
+        {"pair", Value::array({str("a"), str("b")})},
+        {"empty", Value::array({})},
+        {"items", Value::array({Value::dictionary({{"name", str("tea")}}), Value::dictionary({{"name", str("cake")}})})},
+        {"user", Value::dictionary({{"name", str("Ann")}})},
+    });
+}
+
+void expectRenders(std::span<const std::pair<const char*, const char*>> cases) {
+    for (const auto& [text, expected] : cases) {
+        auto outcome = run(text, sampleContext());
+        EXPECT_EQ(outcome.output, expected) << text;
+        EXPECT_TRUE(outcome.log.empty()) << text << ": " << outcome.log[0];
+    }
+}
+
+TEST(Tags, CountersCaptureUnlessAndComment) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"{% increment n %}{% increment n %}{% increment n %}", "012"},
+        {"{% decrement n %}{% decrement n %}", "-1-2"},
+        {"{% increment n %}{% decrement n %}{% increment n %}", "000"},
+        {"{% increment n %}[{{ n }}]", "0[]"},  // counters are not variables
+        {"{% if false %}{% increment n %}{% endif %}{% increment n %}", "0"},
+        {"{% for i in list %}{% increment n %}{% endfor %}", "012"},
+        {"{% capture greeting %}Hi {{ name }}!{% endcapture %}<{{ greeting }}>", "<Hi Ann!>"},
+        {"{% capture c %}{% if true %}a{% endif %}{% for i in list %}{{ i }}{% endfor %}{% endcapture %}{{ c }}{{ c }}",
+         "a123a123"},
+        {"{% if false %}{% capture c %}x{% endcapture %}{% endif %}[{{ c }}]", "[]"},
+        {"{% for i in list %}{% capture last %}#{{ i }}{% endcapture %}{% endfor %}{{ last }}", "#3"},
+        {"{% unless true %}hidden{% endunless %}", ""},
+        {"{% unless tier == 'silver' %}shown{% endunless %}", "shown"},
+        {"{% unless true %}A{% else %}B{% endunless %}", "B"},
+        {"{% unless false %}A{% else %}B{% endunless %}", "A"},
+        {"{% unless true %}A{% elsif tier == 'gold' %}G{% else %}B{% endunless %}", "G"},
+        {"a{% comment %}b{{ name }}{% if true %}c{% endif %}{% endcomment %}d", "ad"},
+        {"a{% comment %}{% for x in nothing %}{% bogus %}{% comment %}{% endcomment %}x{% endcomment %}b", "ab"},
+    };
+    expectRenders(cases);
+}
+
+TEST(Tags, Case) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"{% case tier %}{% when 'silver' %}S{% when 'gold' %}G{% else %}other{% endcase %}", "G"},
+        {"{% case tier %}{% when 'silver' %}S{% when 'bronze' %}B{% else %}other{% endcase %}", "other"},
+        {"{% case tier %}{% when 'silver' %}S{% endcase %}.", "."},
+        {"{% case tier %}{% when 'gold' %}1{% when 'gold' %}2{% endcase %}", "1"},  // first match only
+        {"{% case tier %}{% when 'x', 'gold' %}list{% endcase %}", "list"},
+        {"{% case tier %}{% when 'x' or 'gold' %}or{% endcase %}", "or"},
+        {"{% case name %}{% when 'Ann, Lee' %}one{% when 'Ann' %}two{% endcase %}", "two"},
+        {"{% case count %}{% when 3 %}three{% endcase %}", "three"},  // a host decimal 3 matches 3
+        {"{% case tier %}ignored{% when 'gold' %}G{% endcase %}", "G"},
+        {"{% case tier %}{% else %}only else{% endcase %}", "only else"},
+        {"{% case tier %}{% when tier %}by variable{% endcase %}", "by variable"},
+        {"{% if false %}{% case tier %}{% when 'x' %}{% else %}E{% endcase %}{% endif %}.", "."},
+        {"{% case tier %}{% when 'gold' %}{% case name %}{% when 'Bo' %}B{% else %}N{% endcase %}{% endcase %}", "N"},
+        {"{% for i in list %}{% case i %}{% when 2 %}two{% else %}{{ i }}{% endcase %}{% endfor %}", "1two3"},
+        {"{% when 'gold' %}outside a case{% endcase %}", ""},
+    };
+    expectRenders(cases);
+}
+
+TEST(Tags, Loops) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"{% for i in list %}{{ i }}{% endfor %}", "123"},
+        {"{% for i in (2..4) %}{{ i }}{% endfor %}", "234"},
+        {"{% for i in (-1..1) %}[{{ i }}]{% endfor %}", "[-1][0][1]"},
+        {"{% for i in empty %}x{% else %}none{% endfor %}", "none"},
+        {"{% for i in pair %}{{ i }}{% else %}none{% endfor %}", "ab"},
+        {"{% for item in items %}{{ item.name }},{% endfor %}", "tea,cake,"},
+        {"{% for i in pair %}{{ forloop.index }}{{ forloop.index0 }}{{ forloop.rindex }}{{ forloop.rindex0 }}"
+         "{{ forloop.length }}{% if forloop.first %}F{% endif %}{% if forloop.last %}L{% endif %} {% endfor %}",
+         "10212F 21102L "},
+        {"{% for i in pair %}{% for j in list %}{{ i }}{{ j }}{{ forloop.index }} {% endfor %}{{ forloop.index }}|{% endfor %}",
+         "a11 a22 a33 1|b11 b22 b33 2|"},
+        {"{% for i in list %}{% if i == 2 %}{% break %}{% endif %}{{ i }}{% endfor %}.", "1."},
+        {"{% for i in list %}{% if i == 2 %}{% continue %}{% endif %}{{ i }}{% endfor %}.", "13."},
+        {"{% for i in list %}{{ i }}{% break %}x{% endfor %}", "1"},
+        {"{% for i in list %}{% continue %}{{ i }}{% increment n %}{% endfor %}{% increment n %}", "0"},
+        {"{% for i in pair %}{% for j in list %}{% if j == 2 %}{% break %}{% endif %}{{ i }}{{ j }}{% endfor %}|{% endfor %}",
+         "a1|b1|"},
+        {"{% for i in list %}{% for j in empty %}{% else %}{% break %}{% endfor %}{{ i }}{% endfor %}", "123"},
+        {"{% for i in list %}{% if i == 1 %}{% break %}{% else %}{{ i }}{% endif %}{% endfor %}", ""},
+        {"{% for i in list %}{% assign a = i %}{% if i == 2 %}{% break %}{% endif %}{% assign b = i %}{% endfor %}{{ a }}{{ b }}",
+         "21"},
+        {"{% break %}{% continue %}outside", "outside"},
+        {"{% for i in list %}{% case i %}{% when 2 %}{% continue %}{% endcase %}{{ i }}{% endfor %}", "13"},
+        {"{% for i in list %}{% unless i == 2 %}{{ i }}{% endunless %}{% endfor %}", "13"},
+        {"{% for i in list %}{% if i == 2 %}{% break %}{% endif %}{% cycle 'a', 'b' %}{% endfor %}{% cycle 'a', 'b' %}", "ab"},
+        {"{% case tier %}{% when 'gold' %}{% for i in empty %}{% else %}no items{% endfor %}{% endcase %}", "no items"},
+        {"{% capture c %}{% for i in list %}{% if i == 2 %}x{% endif %}{{ i }}{% endfor %}{% endcapture %}[{{ c }}]", "[1x23]"},
+        {"{% for i in list %}{% for j in pair %}{% if j == 'b' %}{{ i }}{% endif %}{% endfor %}-{% endfor %}", "1-2-3-"},
+        {"{% for i in list reversed %}{{ i }}{% endfor %}", "321"},
+        {"{% for i in list limit:2 %}{{ i }}{% endfor %}", "12"},
+        {"{% for i in list offset: 1 %}{{ i }}{% endfor %}", "23"},
+        {"{% for i in (1..10) offset:2 limit:3 reversed %}{{ i }}{{ forloop.index }}{% endfor %}", "514233"},
+        {"{% for i in list offset:5 %}x{% else %}past the end{% endfor %}", "past the end"},
+        {"{% for i in list limit:missing %}{{ i }}{% endfor %}", "123"},
+        {"{% if false %}{% for i in nothing %}x{% else %}y{% endfor %}{% endif %}.", "."},
+    };
+    expectRenders(cases);
+}
+
+TEST(Tags, CycleAndTablerow) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"{% for i in (1..4) %}{% cycle 'odd', 'even' %} {% endfor %}", "odd even odd even "},
+        {"{% cycle 'a', 'b' %}{% cycle 'a', 'b' %}{% cycle 'a', 'b', 'c' %}", "aba"},  // equal lists share
+        {"{% cycle 'g': 'a', 'b' %}{% cycle 'h': 'a', 'b' %}{% cycle 'g': 'x', 'y' %}", "aab"},
+        {"{% cycle 'x, y', 'z' %}{% cycle 'x, y', 'z' %}", "x, yz"},
+        {"{% cycle name, tier %}{% cycle name, tier %}", "Anngold"},
+        {"{% if false %}{% cycle 'a', 'b' %}{% endif %}{% cycle 'a', 'b' %}", "a"},
+        {"{% tablerow i in list cols:2 %}{{ i }}{% endtablerow %}",
+         "<tr class=\"row1\"><td class=\"col1\">1</td><td class=\"col2\">2</td></tr>"
+         "<tr class=\"row2\"><td class=\"col1\">3</td></tr>"},
+        {"{% tablerow i in pair %}{{ i }}{% endtablerow %}",
+         "<tr class=\"row1\"><td class=\"col1\">a</td><td class=\"col2\">b</td></tr>"},
+        {"{% tablerow i in (1..4) cols: 2 limit: 3 %}{% if i == 2 %}{% continue %}{% endif %}{{ i }}{% endtablerow %}",
+         "<tr class=\"row1\"><td class=\"col1\">1</td><td class=\"col2\"></td></tr><tr class=\"row2\"><td class=\"col1\">3</td></tr>"},
+        {"{% tablerow i in list cols:1 %}{{ i }}{% break %}{% endtablerow %}", "<tr class=\"row1\"><td class=\"col1\">1</td></tr>"},
+        {"{% tablerow i in empty cols:2 %}{{ i }}{% endtablerow %}.", "."},
+        {"{% tablerow i in pair %}{{ forloop.index }}{% endtablerow %}",
+         "<tr class=\"row1\"><td class=\"col1\">1</td><td class=\"col2\">2</td></tr>"},
+    };
+    expectRenders(cases);
+}
+
+TEST(Tags, FailuresAreLoggedAndTheTagIgnored) {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"{% for i in name %}[{{ i }}]{% endfor %}", "[]",
+         "Tag “for” skipped: Expected array or range parameter for for statement, found Ann"},
+        {"{% for i in nothing %}x{% endfor %}", "x", "Tag “for” skipped: Expected array or range parameter for for statement, found "},
+        {"{% tablerow i in user %}x{% endtablerow %}", "x",
+         "Tag “tablerow” skipped: Expected array or range parameter for for statement, found "},
+        {"{% for i of list %}x{% endfor %}", "x", "Tag “for” skipped: Unexpected statement “of”, expected “in”"},
+        {"{% for %}x{% endfor %}", "x", "Tag “for” skipped: Expected identifier, found nothing."},
+        {"{% for i %}x{% endfor %}", "x", "Tag “for” skipped: Expected literal “in”, found nothing."},
+        {"{% for i in %}x{% endfor %}", "x", "Tag “for” skipped: Expected identifier or literal, found nothing."},
+        {"{% for i in list reversed sideways %}x{% endfor %}", "x",
+         "Tag “for” skipped: Expected end of tag expression, but found sideways"},
+        {"{% for i in list limit:1 cols:2 %}x{% endfor %}", "x", "Tag “for” skipped: Expected end of tag expression, but found cols:2"},
+        {"{% for i in list limit: %}x{% endfor %}", "x", "Tag “for” skipped: Expected identifier or literal, found nothing."},
+        {"{% increment %}", "", "Tag “increment” skipped: Expected identifier, found nothing."},
+        {"{% decrement a b %}", "", "Tag “decrement” skipped: Expected end of tag expression, but found b"},
+        {"{% capture %}x{% endcapture %}", "x", "Tag “capture” skipped: Expected identifier, found nothing."},
+        {"{% cycle %}", "", "Tag “cycle” skipped: Expected group list of strings, found nothing."},
+        {"{% cycle 'g': %}", "", "Tag “cycle” skipped: Expected group list of strings, found nothing."},
+        {"{% cycle : 'a' %}", "", "Tag “cycle” skipped: Expected identifier, found nothing."},
+        {"{% case %}{% endcase %}", "", "Tag “case” skipped: Expected identifier or literal, found nothing."},
+        {"{% case tier %}{% when %}x{% endcase %}", "", "Tag “when” skipped: Expected identifier or literal, found nothing."},
+        {"{% for i in list %}{% break now %}{{ i }}{% endfor %}", "123", "Tag “break” skipped: Expected end of tag expression, but found now"},
+        {"{% comment %}x{% endcomment here %}", "", "Tag “endcomment” skipped: Expected end of tag expression, but found here"},
+        {"{% for i in list %}{{ i }}", "1", "Unbalanced scopes!!"},
+    };
+    for (const auto& [text, expected, message] : cases) {
+        auto outcome = run(text, sampleContext());
+        EXPECT_EQ(outcome.output, expected) << text;
+        ASSERT_FALSE(outcome.log.empty()) << text;
+        EXPECT_EQ(outcome.log.front(), message) << text;
+    }
+}
+
+TEST(Tags, EveryTagIsRegisteredInDeclarationOrder) {
+    const std::string_view keywords[] = {"assign", "increment", "decrement", "capture", "endcapture", "if", "endif", "else",
+                                         "elsif", "unless", "endunless", "case", "when", "endcase", "for", "endfor",
+                                         "break", "continue", "cycle", "tablerow", "endtablerow", "comment", "endcomment"};
+    const auto& classes = builtinTagClasses();
+    ASSERT_EQ(classes.size(), std::size(keywords));
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+        EXPECT_EQ(classes[i].keyword, keywords[i]);
+        EXPECT_EQ(classes[i].kind, static_cast<int>(i)) << keywords[i];
+    }
+}
+
+TEST(Tags, HostileLoopsStayBounded) {
+    auto start = std::chrono::steady_clock::now();
+    // A huge range is never materialised, and the walk's step limit stops the passes.
+    std::string body;
+    for (int i = 0; i < 50; ++i) body += "{{ }}";
+    auto rendering = renderTemplate("{% for i in (1..9000000000000000000) %}" + body + "{% endfor %}", sampleContext());
+    EXPECT_TRUE(rendering.abandoned);
+    auto broken = run("{% for i in (-9223372036854775807..9223372036854775807) %}{{ i }}{% break %}{% endfor %}", sampleContext());
+    EXPECT_EQ(broken.output, "-9223372036854775807");
+    auto fromEnd = run("{% for i in (1..9000000000000000000) reversed limit:2 %}{{ forloop.rindex }},{% endfor %}", sampleContext());
+    EXPECT_EQ(fromEnd.output, "2,1,");
+
+    // Deeply nested loops: counters, cycles and lookups pass through every enclosing loop's
+    // context, so loops nest at most maximumNestingDepth deep and deeper ones are skipped.
+    std::string nested;
+    for (int i = 0; i < 20000; ++i) nested += "{% for i in (1..1) %}{% cycle a: 1, 2 %}{% increment n %}{{ x }}";
+    LogCapture log;
+    auto deep = renderTemplate(nested, sampleContext());
+    EXPECT_FALSE(deep.abandoned);
+    EXPECT_EQ(log.lines.front(), "Tag “for” skipped: Loops nested more than 100 deep");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+}  // namespace
+}  // namespace drovel::templating
