@@ -56,8 +56,9 @@ public:
     using TagRegistry = std::map<std::string, std::vector<TagClass>, std::less<>>;
 
     // At most this many token visits per rendering (loops walk their bodies again): a rendering
-    // that runs beyond it is abandoned with TemplateFatalError instead of hanging the host.
-    static constexpr std::uint64_t maximumTokenVisits = 10'000'000;
+    // that runs beyond it is abandoned with TemplateFatalError instead of hanging the host. A
+    // notification text needs a few hundred; a million keeps the worst case well under a second.
+    static constexpr std::uint64_t maximumTokenVisits = 1'000'000;
 
     // Registers the built-in filters, tags and operators. The built-in lists are made once per
     // process and shared until a parser registers something of its own. The tokens' texts must
