@@ -162,6 +162,9 @@ DrovelDBManager::DrovelDBManager(const std::string& atPath) : path_(atPath) {
         // In WAL mode this still keeps the file consistent after a crash; only the last
         // transactions may be lost on power failure.
         executeLocked("PRAGMA synchronous=NORMAL;");
+        // A checkpoint runs in the writing thread and syncs the file twice; a campaigns download
+        // alone writes about a thousand pages, so let the log grow to a few downloads first.
+        executeLocked("PRAGMA wal_autocheckpoint=4000;");
     } catch (const DatabaseError& error) {
         cache_.reset();
         sqlite3_close_v2(db_);
