@@ -97,7 +97,7 @@ TEST(JsonReader, ReportsTheFirstProblemWithItsPath) {
         {R"({"items":[{"id":1},{"id":"2"}]})", "items[1].id: expected an integer"},
         {R"({"items":[{"id":1},{"other":2}]})", "items[1]: missing required key 'id'"},
         {R"({"items":[{"id":1.5}]})", "items[0].id: expected an integer"},
-        {R"({"items":[{"id":99999999999999999999}]})", "items[0].id: expected an integer"},
+        {R"({"items":[{"id":99999999999999999999}]})", "items[0].id: expected an integer (the number does not fit)"},
         {R"({"items":{}})", "items: expected an array"},
         {R"([])", "(root): expected an object"},
     };
