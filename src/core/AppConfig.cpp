@@ -24,8 +24,7 @@ NotifyConfig readNotifyConfig(JsonReader& reader, JsonValue value) {
             reader.skip(field);
         }
     });
-    if (!radius) reader.missingKey("default_site_search_radius_meters");
-    config.defaultSiteSearchRadiusMeters = *radius;
+    config.defaultSiteSearchRadiusMeters = required(reader, radius, "default_site_search_radius_meters");
     return config;
 }
 
@@ -67,13 +66,6 @@ PushData readPushData(JsonReader& reader, JsonValue value) {
     return push;
 }
 
-template <class T>
-std::string encode(const T& record) {
-    JsonWriter writer;
-    record.writeJson(writer);
-    return writer.take();
-}
-
 }  // namespace
 
 // ---- NotifyConfig ----
@@ -89,7 +81,7 @@ void NotifyConfig::writeJson(JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyConfig::toJson() const { return encode(*this); }
+std::string NotifyConfig::toJson() const { return encodeJson(*this); }
 
 // ---- AppConfigData ----
 
@@ -107,7 +99,7 @@ void AppConfigData::writeJson(JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string AppConfigData::toJson() const { return encode(*this); }
+std::string AppConfigData::toJson() const { return encodeJson(*this); }
 
 // ---- AppConfig ----
 
@@ -122,7 +114,7 @@ void AppConfig::writeJson(JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string AppConfig::toJson() const { return encode(*this); }
+std::string AppConfig::toJson() const { return encodeJson(*this); }
 
 // ---- RemoteNotificationMessageType ----
 
@@ -153,6 +145,6 @@ void PushData::writeJson(JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string PushData::toJson() const { return encode(*this); }
+std::string PushData::toJson() const { return encodeJson(*this); }
 
 }  // namespace drovel::core

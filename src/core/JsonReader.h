@@ -85,6 +85,13 @@ private:
 template <class T, class F>
 Result<T> decodeJson(std::string_view text, F&& readRoot);
 
+// The value of a required key after the object's walk; aborts naming the key when it was missing.
+template <class T>
+T required(JsonReader& reader, std::optional<T>& field, std::string_view key) {
+    if (!field) reader.missingKey(key);
+    return std::move(*field);
+}
+
 // ---- implementation ----
 
 template <class F>

@@ -27,6 +27,20 @@ void Queue::runGuarded(Job& job, const std::string& label) {
     }
 }
 
+void Queue::runSync(Job job) {
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool done = false;
+    async([&] {
+        runGuarded(job, label());
+        std::lock_guard lock(mutex);
+        done = true;
+        finished.notify_one();
+    });
+    std::unique_lock lock(mutex);
+    finished.wait(lock, [&] { return done; });
+}
+
 // ---- DispatchQueue ----
 
 struct DispatchQueue::State {
@@ -83,17 +97,7 @@ bool DispatchQueue::isCurrent() const { return currentIs(state_.get()); }
 
 void DispatchQueue::runSync(Job job) {
     if (isCurrent()) core::programmingError("sync called from a job of the queue it waits for: " + label_);
-    std::mutex mutex;
-    std::condition_variable finished;
-    bool done = false;
-    async([&] {
-        runGuarded(job, label_);
-        std::lock_guard lock(mutex);
-        done = true;
-        finished.notify_one();
-    });
-    std::unique_lock lock(mutex);
-    finished.wait(lock, [&] { return done; });
+    Queue::runSync(std::move(job));
 }
 
 // ---- ConcurrentQueue ----
@@ -171,20 +175,6 @@ void ConcurrentQueue::async(Job job) {
 }
 
 bool ConcurrentQueue::isCurrent() const { return currentIs(state_.get()); }
-
-void ConcurrentQueue::runSync(Job job) {
-    std::mutex mutex;
-    std::condition_variable finished;
-    bool done = false;
-    async([&] {
-        runGuarded(job, label_);
-        std::lock_guard lock(mutex);
-        done = true;
-        finished.notify_one();
-    });
-    std::unique_lock lock(mutex);
-    finished.wait(lock, [&] { return done; });
-}
 
 // ---- DispatchGroup ----
 

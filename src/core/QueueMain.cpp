@@ -96,17 +96,7 @@ std::size_t MainQueue::pendingCount() const {
 
 void MainQueue::runSync(Job job) {
     if (isCurrent()) core::programmingError("sync called on the main queue from the thread that pumps it");
-    std::mutex mutex;
-    std::condition_variable finished;
-    bool done = false;
-    async([&] {
-        runGuarded(job, label_);
-        std::lock_guard lock(mutex);
-        done = true;
-        finished.notify_one();
-    });
-    std::unique_lock lock(mutex);
-    finished.wait(lock, [&] { return done; });
+    Queue::runSync(std::move(job));
 }
 
 }  // namespace drovel::platform

@@ -15,10 +15,9 @@ Geofence readGeofence(JsonReader& reader, JsonValue value) {
         else if (key == "radius_meters") radiusMeters = reader.number(field);
         else reader.skip(field);
     });
-    if (!latitude) reader.missingKey("latitude");
-    if (!longitude) reader.missingKey("longitude");
-    if (!radiusMeters) reader.missingKey("radius_meters");
-    return Geofence{*latitude, *longitude, *radiusMeters};
+    // Braced initialisers run in order, so the first missing key is the one named.
+    return Geofence{required(reader, latitude, "latitude"), required(reader, longitude, "longitude"),
+                    required(reader, radiusMeters, "radius_meters")};
 }
 
 Site readSite(JsonReader& reader, JsonValue value) {
@@ -36,10 +35,8 @@ Site readSite(JsonReader& reader, JsonValue value) {
             reader.skip(field);
         }
     });
-    if (!id) reader.missingKey("id");
-    if (!name) reader.missingKey("name");
-    site.id = *id;
-    site.name = std::move(*name);
+    site.id = required(reader, id, "id");
+    site.name = required(reader, name, "name");
     return site;
 }
 
@@ -56,10 +53,8 @@ Order readOrder(JsonReader& reader, JsonValue value) {
             reader.skip(field);
         }
     });
-    if (!id) reader.missingKey("id");
-    if (!status) reader.missingKey("status");
-    order.id = *id;
-    order.status = std::move(*status);
+    order.id = required(reader, id, "id");
+    order.status = required(reader, status, "status");
     return order;
 }
 
@@ -72,8 +67,7 @@ std::vector<T> readDataList(JsonReader& reader, JsonValue value, T (*readElement
         list.emplace();
         reader.array(field, [&](JsonValue element) { list->push_back(readElement(reader, element)); });
     });
-    if (!list) reader.missingKey("data");
-    return std::move(*list);
+    return required(reader, list, "data");
 }
 
 }  // namespace
@@ -117,11 +111,7 @@ void Site::writeJson(JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string Site::toJson() const {
-    JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string Site::toJson() const { return encodeJson(*this); }
 
 // ---- Order ----
 
@@ -142,10 +132,6 @@ void Order::writeJson(JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string Order::toJson() const {
-    JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string Order::toJson() const { return encodeJson(*this); }
 
 }  // namespace drovel::core

@@ -33,11 +33,7 @@ void LoadedCampaigns::writeJson(core::JsonWriter& writer) const {
     writer.endObject().endObject();
 }
 
-std::string LoadedCampaigns::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string LoadedCampaigns::toJson() const { return core::encodeJson(*this); }
 
 core::Result<LoadedCampaigns> LoadedCampaigns::fromJson(std::string_view text) {
     return json::decodeDocument<LoadedCampaigns>(text, [](json::JsonReader& reader, json::JsonValue root) {
@@ -52,7 +48,7 @@ core::Result<LoadedCampaigns> LoadedCampaigns::fromJson(std::string_view text) {
                     reader.fail("expected a campaign id as the key");
                 auto& list = loaded->store[campaignID];
                 list.clear();
-                reader.array(sites, [&](json::JsonValue site) { list.push_back(json::readInt(reader, site)); });
+                reader.array(sites, [&](json::JsonValue site) { list.push_back(reader.int64(site)); });
             });
         });
         return json::required(reader, loaded, "store");

@@ -53,11 +53,7 @@ void NotifyAnalyticsEvent::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyAnalyticsEvent::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyAnalyticsEvent::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifyAnalyticsEvent> NotifyAnalyticsEvent::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyAnalyticsEvent>(json, json::readAnalyticsEvent);
@@ -72,11 +68,7 @@ void NotifyAnalyticsBody::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyAnalyticsBody::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyAnalyticsBody::toJson() const { return core::encodeJson(*this); }
 
 std::string paramsJson(const NotifyAnalyticsEvent::Params& params) {
     core::JsonWriter writer;

@@ -46,11 +46,7 @@ void NotifyCampaignContent::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyCampaignContent::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyCampaignContent::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifyCampaignContent> NotifyCampaignContent::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyCampaignContent>(json, json::readContent);
@@ -118,11 +114,7 @@ void NotifyCampaign::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyCampaign::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyCampaign::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifyCampaign> NotifyCampaign::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyCampaign>(json, json::readCampaign);
@@ -242,7 +234,7 @@ NotifyCampaign readCampaign(JsonReader& reader, JsonValue value) {
     std::optional<bool> deferOnPickup;
     reader.object(value, [&](std::string_view key, JsonValue member) {
         if (key == "id") {
-            id = readInt(reader, member);
+            id = reader.int64(member);
         } else if (key == "region_type") {
             std::string_view raw = reader.string(member);
             regionType = notifyCampaignRegionTypeFromRawValue(raw);
@@ -255,7 +247,7 @@ NotifyCampaign readCampaign(JsonReader& reader, JsonValue value) {
             });
         } else if (key == "beacon_major") {
             beaconMajor = readOptional(reader, member, [&](JsonValue v) {
-                std::int64_t major = readInt(reader, v);
+                std::int64_t major = reader.int64(v);
                 if (major < 0 || major > 65535) reader.fail("expected an integer from 0 to 65535");
                 return static_cast<std::uint16_t>(major);
             });

@@ -14,11 +14,7 @@ void NotifyNotifications::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyNotifications::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyNotifications::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifyNotifications> NotifyNotifications::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyNotifications>(json, json::readNotifications);
@@ -59,7 +55,7 @@ NotifyNotifications readNotifications(JsonReader& reader, JsonValue value) {
     std::optional<std::int64_t> campaignID, siteID;
     std::optional<NotifyCampaignContent> content;
     reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "campaign_id") campaignID = readInt(reader, member);
+        if (key == "campaign_id") campaignID = reader.int64(member);
         else if (key == "site_id") siteID = readOptionalInt(reader, member);
         else if (key == "content") content = readContent(reader, member);
         else reader.skip(member);

@@ -52,7 +52,7 @@ NotifyNotificationsResponse readResponse(json::JsonReader& reader, json::JsonVal
     std::optional<std::vector<NotifyNotifications>> data;
     std::optional<IncludedData> included;
     reader.object(value, [&](std::string_view key, json::JsonValue member) {
-        if (key == "min_sync_interval_seconds") minSyncIntervalSeconds = json::readInt(reader, member);
+        if (key == "min_sync_interval_seconds") minSyncIntervalSeconds = reader.int64(member);
         else if (key == "data") data = readList<NotifyNotifications>(reader, member, json::readNotifications);
         else if (key == "included") included = readIncluded(reader, member);
         else reader.skip(member);
@@ -87,11 +87,7 @@ void NotifyNotificationsResponse::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyNotificationsResponse::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyNotificationsResponse::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifyNotificationsResponse> NotifyNotificationsResponse::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyNotificationsResponse>(json, readResponse);

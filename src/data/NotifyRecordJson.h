@@ -20,6 +20,7 @@ namespace drovel::notify::json {
 
 using core::JsonReader;
 using core::JsonValue;
+using core::required;
 
 NotifyCampaignContent readContent(JsonReader& reader, JsonValue value);
 NotifyCampaign readCampaign(JsonReader& reader, JsonValue value);
@@ -45,22 +46,12 @@ auto readOptional(JsonReader& reader, JsonValue value, Read&& read) -> std::opti
     return read(value);
 }
 
-// A 64-bit integer.
-inline std::int64_t readInt(JsonReader& reader, JsonValue value) { return reader.int64(value); }
-
 inline std::optional<std::string> readOptionalString(JsonReader& reader, JsonValue value) {
     return readOptional(reader, value, [&](JsonValue v) { return std::string(reader.string(v)); });
 }
 
 inline std::optional<std::int64_t> readOptionalInt(JsonReader& reader, JsonValue value) {
-    return readOptional(reader, value, [&](JsonValue v) { return readInt(reader, v); });
-}
-
-// The value of a required key after the object's walk; aborts naming the key when it was missing.
-template <class T>
-T required(JsonReader& reader, std::optional<T>& field, std::string_view key) {
-    if (!field) reader.missingKey(key);
-    return std::move(*field);
+    return readOptional(reader, value, [&](JsonValue v) { return reader.int64(v); });
 }
 
 // Runs a reader on a whole document.

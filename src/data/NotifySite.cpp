@@ -65,11 +65,7 @@ void NotifySite::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifySite::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifySite::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifySite> NotifySite::fromJson(std::string_view json) {
     return json::decodeDocument<NotifySite>(json, json::readSite);
@@ -120,9 +116,9 @@ NotifySite readSite(JsonReader& reader, JsonValue value) {
     std::optional<std::int64_t> id, distanceMeters, beaconMinor;
     std::optional<std::string> partnerIdentifier, latitude, longitude;
     reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "id") id = readInt(reader, member);
+        if (key == "id") id = reader.int64(member);
         else if (key == "partner_identifier") partnerIdentifier = readOptionalString(reader, member);
-        else if (key == "distance_meters") distanceMeters = readInt(reader, member);
+        else if (key == "distance_meters") distanceMeters = reader.int64(member);
         else if (key == "latitude") latitude = std::string(reader.string(member));
         else if (key == "longitude") longitude = std::string(reader.string(member));
         else if (key == "beacon_minor") beaconMinor = readOptionalInt(reader, member);

@@ -98,11 +98,7 @@ void NotifyTriggerEvent::writeJson(core::JsonWriter& writer) const {
     writer.endObject();
 }
 
-std::string NotifyTriggerEvent::toJson() const {
-    core::JsonWriter writer;
-    writeJson(writer);
-    return writer.take();
-}
+std::string NotifyTriggerEvent::toJson() const { return core::encodeJson(*this); }
 
 core::Result<NotifyTriggerEvent> NotifyTriggerEvent::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyTriggerEvent>(json, json::readTriggerEvent);
@@ -146,7 +142,7 @@ NotifyTriggerEvent readTriggerEvent(JsonReader& reader, JsonValue value) {
             lastTriggeredAt = dateFromISO8601Text(reader.string(member));
             if (!lastTriggeredAt) reader.fail("expected an ISO 8601 date-time");
         } else if (key == "campaign_id") {
-            campaignID = readInt(reader, member);
+            campaignID = reader.int64(member);
         } else if (key == "site_id") {
             siteID = readOptionalInt(reader, member);
         } else {

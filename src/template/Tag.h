@@ -135,6 +135,26 @@ protected:
     virtual Token::Value evaluateVariable(std::string_view key, std::string_view text, Parser& parser);
 };
 
+// Follows single and double quotes through a text, fed one character at a time.
+class QuoteTracker {
+public:
+    // Whether c stands outside quotes; the quote marks themselves do not.
+    bool outside(char c) {
+        if (quote_) {
+            if (c == quote_) quote_ = 0;
+            return false;
+        }
+        if (c == '"' || c == '\'') {
+            quote_ = c;
+            return false;
+        }
+        return true;
+    }
+
+private:
+    char quote_ = 0;
+};
+
 template <class F>
 void Tag::forEachListElement(std::string_view text, bool orSeparates, F&& onElement) {
     auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
@@ -144,15 +164,12 @@ void Tag::forEachListElement(std::string_view text, bool orSeparates, F&& onElem
         while (!element.empty() && isSpace(element.back())) element.remove_suffix(1);
         if (!element.empty()) onElement(element);
     };
-    char quote = 0;
+    QuoteTracker quotes;
     std::size_t start = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
-        if (quote) {
-            if (c == quote) quote = 0;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
-        } else if (c == ',') {
+        if (!quotes.outside(c)) continue;
+        if (c == ',') {
             emit(start, i);
             start = i + 1;
         } else if (orSeparates && c == 'o' && text.substr(i, 2) == "or" && (i == 0 || isSpace(text[i - 1])) &&
@@ -194,6 +211,22 @@ public:
                     return std::make_unique<Derived>(std::move(context));
                 }};
     }
+};
+
+// The end tag of a block that may hold branches ("endfor", "endcase", "endtablerow"). It ends the
+// innermost branch or the block itself, whichever is current; after a branch it ends the block too.
+template <class Derived, TagKind blockKind>
+class BlockEndTag : public RegisteredTag<Derived> {
+public:
+    explicit BlockEndTag(std::shared_ptr<Context> context) : RegisteredTag<Derived>(std::move(context)) {}
+
+    void didTerminate(Parser::Scope& scope, Parser&) override {
+        shouldTerminateParentScope_ = scope.tag()->kind() != static_cast<int>(blockKind);
+    }
+    bool shouldTerminateParentScope() const override { return shouldTerminateParentScope_; }
+
+private:
+    bool shouldTerminateParentScope_ = false;
 };
 
 // The built-in tag classes in registration order, made once per process.

@@ -70,8 +70,4 @@ Token::Value TagWhen::evaluateVariable(std::string_view, std::string_view text, 
 
 std::span<const int> TagEndCase::terminatesScopesWithTags() const { return endCaseTerminates; }
 
-void TagEndCase::didTerminate(Parser::Scope& scope, Parser&) {
-    shouldTerminateParentScope_ = scope.tag()->kind() != static_cast<int>(TagKind::Case);
-}
-
 }  // namespace drovel::templating

@@ -50,20 +50,14 @@ protected:
     Token::Value evaluateVariable(std::string_view key, std::string_view text, Parser& parser) override;
 };
 
-class TagEndCase : public RegisteredTag<TagEndCase> {
+class TagEndCase : public BlockEndTag<TagEndCase, TagKind::Case> {
 public:
     static constexpr std::string_view keywordText = "endcase";
     static constexpr TagKind tagKind = TagKind::EndCase;
 
-    explicit TagEndCase(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
+    explicit TagEndCase(std::shared_ptr<Context> context) : BlockEndTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;
-    void didTerminate(Parser::Scope& scope, Parser& parser) override;
-    // After ending a when or else branch it ends the case too.
-    bool shouldTerminateParentScope() const override { return shouldTerminateParentScope_; }
-
-private:
-    bool shouldTerminateParentScope_ = false;
 };
 
 }  // namespace drovel::templating

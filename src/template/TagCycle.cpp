@@ -12,16 +12,9 @@ constexpr Tag::ExpressionSegment cycleExpression[] = {
 
 // The position of the first colon outside quotes, or npos.
 std::size_t groupColon(std::string_view text) {
-    char quote = 0;
+    QuoteTracker quotes;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (quote) {
-            if (c == quote) quote = 0;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
-        } else if (c == ':') {
-            return i;
-        }
+        if (quotes.outside(text[i]) && text[i] == ':') return i;
     }
     return std::string_view::npos;
 }

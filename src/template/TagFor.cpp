@@ -189,8 +189,4 @@ void TagFor::haltLoop(Parser::Scope& scope, bool stopLoop) {
 
 std::span<const int> TagEndFor::terminatesScopesWithTags() const { return endForTerminates; }
 
-void TagEndFor::didTerminate(Parser::Scope& scope, Parser&) {
-    shouldTerminateParentScope_ = scope.tag()->kind() != static_cast<int>(TagKind::For);
-}
-
 }  // namespace drovel::templating

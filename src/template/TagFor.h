@@ -65,20 +65,28 @@ private:
     bool hasSupplementalContext_ = false;
 };
 
-class TagEndFor : public RegisteredTag<TagEndFor> {
+// "break" and "continue": compile like any tag, then halt the innermost loop's pass (see
+// TagFor::haltLoop), with stopsLoop the whole loop.
+template <class Derived, bool stopsLoop>
+class LoopHaltTag : public RegisteredTag<Derived> {
+public:
+    explicit LoopHaltTag(std::shared_ptr<Context> context) : RegisteredTag<Derived>(std::move(context)) {}
+
+    std::optional<Tag::Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) override {
+        if (auto error = Tag::parse(statement, parser, currentScope)) return error;
+        TagFor::haltLoop(currentScope, stopsLoop);
+        return std::nullopt;
+    }
+};
+
+class TagEndFor : public BlockEndTag<TagEndFor, TagKind::For> {
 public:
     static constexpr std::string_view keywordText = "endfor";
     static constexpr TagKind tagKind = TagKind::EndFor;
 
-    explicit TagEndFor(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
+    explicit TagEndFor(std::shared_ptr<Context> context) : BlockEndTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;
-    void didTerminate(Parser::Scope& scope, Parser& parser) override;
-    // After ending the loop's else branch it ends the loop too.
-    bool shouldTerminateParentScope() const override { return shouldTerminateParentScope_; }
-
-private:
-    bool shouldTerminateParentScope_ = false;
 };
 
 }  // namespace drovel::templating

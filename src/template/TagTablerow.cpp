@@ -42,10 +42,9 @@ void TagTablerow::endPass(Parser::Scope& scope) {
 
 std::span<const int> TagEndTablerow::terminatesScopesWithTags() const { return endTablerowTerminates; }
 
-void TagEndTablerow::didTerminate(Parser::Scope& scope, Parser&) {
-    bool endsTable = scope.tag()->kind() == static_cast<int>(TagKind::Tablerow);
-    shouldTerminateParentScope_ = !endsTable;
-    if (endsTable) static_cast<TagTablerow*>(scope.tag())->endPass(scope);
+void TagEndTablerow::didTerminate(Parser::Scope& scope, Parser& parser) {
+    BlockEndTag::didTerminate(scope, parser);
+    if (!shouldTerminateParentScope()) static_cast<TagTablerow*>(scope.tag())->endPass(scope);
 }
 
 }  // namespace drovel::templating

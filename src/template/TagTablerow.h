@@ -27,20 +27,16 @@ private:
     std::uint64_t columns() const;
 };
 
-class TagEndTablerow : public RegisteredTag<TagEndTablerow> {
+class TagEndTablerow : public BlockEndTag<TagEndTablerow, TagKind::Tablerow> {
 public:
     static constexpr std::string_view keywordText = "endtablerow";
     static constexpr TagKind tagKind = TagKind::EndTablerow;
 
-    explicit TagEndTablerow(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
+    explicit TagEndTablerow(std::shared_ptr<Context> context) : BlockEndTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;
+    // Ending the table itself also closes its last cell (see TagTablerow::endPass).
     void didTerminate(Parser::Scope& scope, Parser& parser) override;
-    // After ending an else branch it ends the table too.
-    bool shouldTerminateParentScope() const override { return shouldTerminateParentScope_; }
-
-private:
-    bool shouldTerminateParentScope_ = false;
 };
 
 }  // namespace drovel::templating

@@ -51,4 +51,12 @@ private:
     bool afterKey_ = false;
 };
 
+// The JSON text of anything that writes itself with writeJson(JsonWriter&) const.
+template <class T>
+std::string encodeJson(const T& record) {
+    JsonWriter writer;
+    record.writeJson(writer);
+    return writer.take();
+}
+
 }  // namespace drovel::core

@@ -17,12 +17,6 @@
 #include "drovel/core/Error.h"
 #include "drovel/notify/NotifyRecord.h"
 
-namespace drovel::core {
-class DatabaseRow;
-class JsonWriter;
-class StatementBinder;
-}
-
 namespace drovel::notify {
 
 enum class NotifyCampaignRegionType { geofence, beacon };

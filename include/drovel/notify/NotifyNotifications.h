@@ -12,11 +12,6 @@
 #include "drovel/core/Error.h"
 #include "drovel/notify/NotifyCampaign.h"
 
-namespace drovel::core {
-class DatabaseRow;
-class StatementBinder;
-}  // namespace drovel::core
-
 namespace drovel::notify {
 
 struct NotifyNotifications {

@@ -1,6 +1,6 @@
 #pragma once
-// Pieces shared by the module's records: dates, UUIDs, the HasIntID interface and the cache behind
-// the values that some records compute on first use.
+// Pieces shared by the module's records: dates, UUIDs, the HasIntID interface, the cache behind
+// the values that some records compute on first use, and the core classes their forms take.
 
 #include <array>
 #include <atomic>
@@ -15,6 +15,13 @@
 #include <type_traits>
 
 #include "drovel/platform/Clock.h"
+
+// What the records' JSON and database forms take; declared here once for every record header.
+namespace drovel::core {
+class DatabaseRow;
+class JsonWriter;
+class StatementBinder;
+}  // namespace drovel::core
 
 namespace drovel::notify {
 

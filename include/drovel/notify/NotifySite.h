@@ -15,11 +15,6 @@
 #include "drovel/core/Site.h"
 #include "drovel/notify/NotifyRecord.h"
 
-namespace drovel::core {
-class DatabaseRow;
-class StatementBinder;
-}  // namespace drovel::core
-
 namespace drovel::notify {
 
 class NotifySite {

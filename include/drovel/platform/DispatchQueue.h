@@ -47,8 +47,9 @@ public:
     }
 
 protected:
-    // Runs the job on the queue and returns once it has finished.
-    virtual void runSync(Job job) = 0;
+    // Runs the job on the queue and returns once it has finished: queues it with async() and waits.
+    // A serial queue overrides it to refuse a call from its own jobs, which would wait forever.
+    virtual void runSync(Job job);
     // Runs one job; an exception leaving it aborts the process, naming the queue.
     static void runGuarded(Job& job, const std::string& label);
     // Marks the calling thread as running the jobs of the queue identified by key until destroyed;
@@ -106,9 +107,6 @@ public:
     void async(Job job) override;
     bool isCurrent() const override;
     const std::string& label() const override { return label_; }
-
-protected:
-    void runSync(Job job) override;
 
 private:
     struct State;
