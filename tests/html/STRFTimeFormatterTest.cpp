@@ -6,6 +6,7 @@
 
 #include "template/Context.h"
 #include "template/STRFTimeFormatter.h"
+#include "support/ScopedTimeZone.h"
 
 using drovel::templating::STRFTimeFormatter;
 
@@ -13,24 +14,7 @@ namespace {
 
 constexpr double k20200102T030405Z = 1577934245;
 
-// Sets TZ for one test and puts the previous value back.
-class TimeZone {
-public:
-    explicit TimeZone(const char* zone) {
-        if (const char* old = std::getenv("TZ")) previous_ = old;
-        set(zone);
-    }
-    ~TimeZone() { set(previous_ ? previous_->c_str() : nullptr); }
-
-    static void set(const char* zone) {
-        if (zone) setenv("TZ", zone, 1);
-        else unsetenv("TZ");
-        tzset();
-    }
-
-private:
-    std::optional<std::string> previous_;
-};
+using TimeZone = drovel::testing::ScopedTimeZone;
 
 STRFTimeFormatter formatter(std::string format, bool utc) {
     STRFTimeFormatter f;

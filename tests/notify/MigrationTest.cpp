@@ -9,37 +9,17 @@
 #include "data/NotifyDBManager.h"
 #include "drovel/core/DrovelDBManager.h"
 #include "drovel/notify/NotifyCampaign.h"
+#include "support/SqlRows.h"
 #include "support/TempDirectory.h"
 
-using drovel::core::DatabaseRow;
 using drovel::core::DrovelDBManager;
 using drovel::notify::NotifyCampaign;
 using drovel::notify::NotifyCampaignRegionType;
 using drovel::notify::NotifyDBManager;
+using drovel::testing::textRows;
 using Version = NotifyDBManager::MigrationVersion;
 
 namespace {
-
-// A result row whose columns are all text, joined with "|".
-struct TextRow {
-    std::string text;
-    static std::string_view createStatement() { return ""; }
-    static std::string_view upsertStatement() { return ""; }
-    static std::string_view selectAllStatement() { return ""; }
-    static std::string_view deleteAllStatement() { return ""; }
-    void bind(drovel::core::StatementBinder&) const {}
-    static TextRow fromRow(const DatabaseRow& row) {
-        TextRow out;
-        for (int i = 0; i < row.columnCount(); ++i) out.text += (i ? "|" : "") + row.text(i);
-        return out;
-    }
-};
-
-std::vector<std::string> textRows(DrovelDBManager& db, const std::string& sql) {
-    std::vector<std::string> out;
-    for (auto& row : db.fetch<TextRow>(sql)) out.push_back(std::move(row.text));
-    return out;
-}
 
 // The column names of table, then every row with each value as an SQL literal (quote()), so that
 // types show: 7, '7', '"beacon"', NULL.
@@ -62,7 +42,13 @@ std::vector<std::string> layout(DrovelDBManager& db, const std::string& table) {
                             table + "');");
 }
 
-const std::vector<std::pair<std::string, std::vector<std::string>>> currentLayout = {
+using Rows = std::vector<std::string>;
+const std::string campaignHeader =
+    "id|start_day|end_day|geofence_radius_meters|content|defer_on_pickup|region_type|beacon_uuid|beacon_major|"
+    "repeat_interval_days";
+const std::string siteHeader = "id|partner_identifier|distance_meters|latitude|longitude|beacon_minor";
+
+const std::vector<std::pair<std::string, Rows>> currentLayout = {
     {"notify_analytics_event",
      {"guid TEXT PRIMARY KEY NOT NULL", "name TEXT NOT NULL", "occurred_at TEXT NOT NULL",
       "campaign_id INTEGER NOT NULL", "params TEXT NOT NULL"}},
@@ -135,7 +121,7 @@ TEST_F(Migration, FreshDatabaseRunsEveryVersionAndLaterOpeningsRunNone) {
     EXPECT_FALSE(open().needsInit());
     EXPECT_EQ(ran, std::vector<int>{});
     EXPECT_EQ(tableRows(manager->dbManager(), "notify_site", "id"),
-              (std::vector<std::string>{"id|partner_identifier|distance_meters|latitude|longitude|beacon_minor",
+              (Rows{siteHeader,
                                         "1|NULL|5|'1'|'2'|NULL"}));
 }
 
@@ -155,16 +141,15 @@ TEST_F(Migration, Version1MovesTriggerTimesAndPairsCampaignsWithSites) {
     expectCurrentSchema(db);
 
     EXPECT_EQ(tableRows(db, "notify_campaign", "id"),
-              (std::vector<std::string>{
-                  "id|start_day|end_day|geofence_radius_meters|content|defer_on_pickup|region_type|beacon_uuid|"
-                  "beacon_major|repeat_interval_days",
+              (Rows{
+                  campaignHeader,
                   R"(1|'2024-03-01'|'2024-03-31'|NULL|'{"notification":{"title":"B"}}'|0|'"beacon"'|NULL|100|1)",
                   R"(2|'2024-04-01'|'2024-04-30'|150|'{"deep_link_url":"app://2"}'|0|'"geofence"'|NULL|NULL|0)",
                   R"(3|'2024-05-01'|'2024-05-02'|NULL|'{}'|0|'"beacon"'|NULL|200|1)",
               }));
     // Beacon campaigns get one row without a site; the geofence campaign one row per stored site.
     EXPECT_EQ(tableRows(db, "notify_notification", "id"),
-              (std::vector<std::string>{
+              (Rows{
                   "id|campaign_id|site_id|content",
                   R"(1|1|NULL|'{"notification":{"title":"B"}}')",
                   R"(2|3|NULL|'{}')",
@@ -172,13 +157,13 @@ TEST_F(Migration, Version1MovesTriggerTimesAndPairsCampaignsWithSites) {
                   R"(4|2|21|'{"deep_link_url":"app://2"}')",
               }));
     EXPECT_EQ(tableRows(db, "notify_trigger_event", "campaign_id"),
-              (std::vector<std::string>{"last_triggered_at|campaign_id|site_id", "'2024-03-02T10:00:00.000Z'|1|NULL",
+              (Rows{"last_triggered_at|campaign_id|site_id", "'2024-03-02T10:00:00.000Z'|1|NULL",
                                         "'2024-05-01T08:30:00.000Z'|3|NULL"}));
     EXPECT_EQ(tableRows(db, "notify_site", "id"),
-              (std::vector<std::string>{"id|partner_identifier|distance_meters|latitude|longitude|beacon_minor",
+              (Rows{siteHeader,
                                         "20|'A'|900|'52.1'|'4.3'|NULL", "21|NULL|15|'52.2'|'4.4'|9"}));
     EXPECT_EQ(tableRows(db, "notify_analytics_event", "guid"),
-              (std::vector<std::string>{"guid|name|occurred_at|campaign_id|params",
+              (Rows{"guid|name|occurred_at|campaign_id|params",
                                         "'G-1'|'notification_clicked'|'2024-03-02T10:05:00.000Z'|1|'{}'"}));
 }
 
@@ -201,9 +186,8 @@ TEST_F(Migration, Version3ComparesTargetingTypesAsJsonTextAndRepeatabilityAsBare
     // 8's targeting type lacks the quotes, so it matches neither type; 7's repeatability has them,
     // so it is not 'daily'.
     EXPECT_EQ(tableRows(db, "notify_campaign", "id"),
-              (std::vector<std::string>{
-                  "id|start_day|end_day|geofence_radius_meters|content|defer_on_pickup|region_type|beacon_uuid|"
-                  "beacon_major|repeat_interval_days",
+              (Rows{
+                  campaignHeader,
                   R"(5|'2024-03-01'|'2024-03-31'|NULL|'{"metadata":{"k":"v"}}'|1|'"beacon"'|NULL|7|1)",
                   R"(6|'2024-03-01'|'2024-03-31'|200|'{"deep_link_url":"app://6"}'|0|'"geofence"'|NULL|NULL|0)",
                   R"(7|'2024-03-01'|'2024-03-31'|300|'{}'|0|'"geofence"'|NULL|NULL|0)",
@@ -211,7 +195,7 @@ TEST_F(Migration, Version3ComparesTargetingTypesAsJsonTextAndRepeatabilityAsBare
               }));
     // Every geofence campaign is paired with every stored site, whatever campaign_ids said.
     EXPECT_EQ(tableRows(db, "notify_notification", "id"),
-              (std::vector<std::string>{
+              (Rows{
                   "id|campaign_id|site_id|content",
                   R"(1|5|NULL|'{"metadata":{"k":"v"}}')",
                   R"(2|6|40|'{"deep_link_url":"app://6"}')",
@@ -222,10 +206,10 @@ TEST_F(Migration, Version3ComparesTargetingTypesAsJsonTextAndRepeatabilityAsBare
                   R"(7|7|42|'{}')",
               }));
     EXPECT_EQ(tableRows(db, "notify_trigger_event", "campaign_id"),
-              (std::vector<std::string>{"last_triggered_at|campaign_id|site_id", "'2024-03-05T00:00:00.000Z'|5|NULL",
+              (Rows{"last_triggered_at|campaign_id|site_id", "'2024-03-05T00:00:00.000Z'|5|NULL",
                                         "'2024-03-06T00:00:00.000Z'|6|40"}));
     EXPECT_EQ(textRows(db, "SELECT group_concat(id, ',') FROM (SELECT id FROM notify_site ORDER BY id);"),
-              std::vector<std::string>{"40,41,42"});
+              Rows{"40,41,42"});
 
     // The migrated rows read back as records (campaign 8 is left without a region type, so it
     // cannot be read as one and is removed first).
@@ -253,12 +237,11 @@ TEST_F(Migration, Version6OnlyDropsRepeatability) {
 
     // v6's update does not run again: 9 keeps its interval of 3.
     EXPECT_EQ(tableRows(db, "notify_campaign", "id"),
-              (std::vector<std::string>{
-                  "id|start_day|end_day|geofence_radius_meters|content|defer_on_pickup|region_type|beacon_uuid|"
-                  "beacon_major|repeat_interval_days",
+              (Rows{
+                  campaignHeader,
                   R"(9|'2024-03-01'|'2024-03-31'|NULL|'{}'|1|'"beacon"'|'E621E1F8-C36C-495A-93FC-0C247A3E6E5F'|65535|3)",
                   R"(10|'2024-03-01'|'2024-03-31'|50|'{}'|0|'"geofence"'|NULL|NULL|0)",
               }));
     EXPECT_EQ(tableRows(db, "notify_notification", "id"),
-              (std::vector<std::string>{"id|campaign_id|site_id|content", R"(1|9|NULL|'{"x":1}')", "2|10|77|'{}'"}));
+              (Rows{"id|campaign_id|site_id|content", R"(1|9|NULL|'{"x":1}')", "2|10|77|'{}'"}));
 }

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "drovel/notify/NotifyAnalyticsEvent.h"
+#include "support/ScopedTimeZone.h"
 
 using namespace drovel::notify;
 using namespace std::chrono;
@@ -32,17 +33,12 @@ TEST(NotifyAnalyticsEventType, WritesAndReadsItsNamesAsymmetrically) {
 }
 
 TEST(NotifyAnalyticsEvent, NewEventsGetFreshGuidsAndALocalTimeStamp) {
-    const char* oldZone = std::getenv("TZ");
-    std::string saved = oldZone ? oldZone : "";
-    setenv("TZ", "Europe/Amsterdam", 1);
+    drovel::testing::ScopedTimeZone zone("Europe/Amsterdam");
     Date date(seconds(1709251200) + milliseconds(42));  // 2024-03-01T00:00:00.042Z
     NotifyAnalyticsEvent winter(NotifyAnalyticsEventType::notificationClicked, date, 7, {{"site_id", "42"}});
     NotifyAnalyticsEvent summer(NotifyAnalyticsEventType::notificationClicked, date + hours(24 * 122), 7, {});
-    setenv("TZ", "UTC", 1);
+    zone.set("UTC");
     NotifyAnalyticsEvent utc(NotifyAnalyticsEventType::sdkError, date, std::nullopt, {});
-    if (oldZone) setenv("TZ", saved.c_str(), 1);
-    else unsetenv("TZ");
-    tzset();
 
     EXPECT_EQ(winter.occurredAt(), "2024-03-01T01:00:00.042+01:00");
     EXPECT_EQ(summer.occurredAt(), "2024-07-01T02:00:00.042+02:00");

@@ -10,6 +10,8 @@
 #include "drovel/core/Core.h"
 #include "support/CapturingLogSink.h"
 #include "support/FakePlatform.h"
+#include "support/Locked.h"
+#include "support/ScopedTimeZone.h"
 
 using namespace drovel::notify;
 using namespace std::chrono;
@@ -34,10 +36,7 @@ public:
         std::lock_guard lock(mutex_);
         uploads_.push_back({body.data.events(), std::move(completion)});
     }
-    std::vector<Upload> uploads() const {
-        std::lock_guard lock(mutex_);
-        return uploads_;
-    }
+    std::vector<Upload> uploads() const { return drovel::testing::lockedCopy(mutex_, uploads_); }
 
 private:
     mutable std::mutex mutex_;
@@ -73,15 +72,6 @@ const std::string kSecondDownload = R"({"min_sync_interval_seconds": 60,
 
 class NotifyInteractorTest : public ::testing::Test {
 protected:
-    NotifyInteractorTest() {
-        if (const char* zone = std::getenv("TZ")) savedZone = zone;
-        setenv("TZ", "UTC", 1);
-    }
-    ~NotifyInteractorTest() override {
-        if (savedZone) setenv("TZ", savedZone->c_str(), 1);
-        else unsetenv("TZ");
-    }
-
     std::unique_ptr<NotifyInteractor> makeInteractor() {
         return std::make_unique<NotifyInteractor>(service, fake.platform(), core, database);
     }
@@ -95,7 +85,7 @@ protected:
         for (int i = 0; i < count; ++i) interactor->recordAnalyticsEvent(NotifyAnalyticsEventType::notificationTriggered, i, {});
     }
 
-    std::optional<std::string> savedZone;
+    drovel::testing::ScopedTimeZone zone{"UTC"};
     drovel::testing::FakePlatform fake;  // 2026-03-14T12:00:00Z
     std::shared_ptr<drovel::core::Core> core = std::make_shared<drovel::core::Core>(fake.userDefaults, fake.httpTransport);
     std::shared_ptr<FakeNotifyService> service = std::make_shared<FakeNotifyService>();
@@ -198,7 +188,9 @@ TEST_F(NotifyInteractorTest, AFailureMidwayLeavesThePreviousDownloadInTheDatabas
         EXPECT_EQ(records[0].file, "NotifyInteractor");
         EXPECT_EQ(records[0].function, c.function);
         ASSERT_EQ(broadcasts.size(), c.broadcast ? 1u : 0u);
-        if (c.broadcast) EXPECT_EQ(broadcasts[0]->description(), "boom");
+        if (c.broadcast) {
+            EXPECT_EQ(broadcasts[0]->description(), "boom");
+        }
         interactor = makeInteractor();
     }
 

@@ -4,15 +4,16 @@
 
 #include <chrono>
 
+#include "data/NotifyDBManager.h"
 #include "drovel/core/DrovelDBManager.h"
 #include "drovel/notify/NotifyAnalyticsEvent.h"
 #include "drovel/notify/NotifyNotificationsResponse.h"
 #include "drovel/notify/NotifyTriggerEvent.h"
+#include "support/SqlRows.h"
 #include "support/TempDirectory.h"
 
 using namespace drovel::notify;
 using drovel::core::DatabaseError;
-using drovel::core::DatabaseRow;
 using drovel::core::DrovelDBManager;
 using drovel::core::PersistableCodable;
 
@@ -30,20 +31,6 @@ static_assert(!std::is_default_constructible_v<NotifyCampaign> && !std::is_defau
 
 namespace {
 
-// The tables as the migrations leave them.
-constexpr const char* currentSchema = R"(
-CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, start_day TEXT NOT NULL, end_day TEXT NOT NULL,
-  geofence_radius_meters INTEGER, content TEXT, defer_on_pickup BOOLEAN NOT NULL DEFAULT 0, region_type TEXT,
-  beacon_uuid TEXT, beacon_major INTEGER DEFAULT NULL, repeat_interval_days INTEGER NOT NULL DEFAULT 0);
-CREATE TABLE 'notify_site' (id INTEGER PRIMARY KEY NOT NULL, partner_identifier TEXT, distance_meters INTEGER NOT NULL,
-  latitude TEXT NOT NULL, longitude TEXT NOT NULL, beacon_minor INTEGER);
-CREATE TABLE 'notify_notification' (id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL, campaign_id INTEGER NOT NULL,
-  site_id INTEGER, content TEXT NOT NULL DEFAULT '');
-CREATE TABLE IF NOT EXISTS 'notify_trigger_event' (last_triggered_at TEXT NOT NULL, campaign_id INTEGER NOT NULL, site_id INTEGER);
-CREATE TABLE 'notify_analytics_event' (guid TEXT PRIMARY KEY NOT NULL, name TEXT NOT NULL, occurred_at TEXT NOT NULL,
-  campaign_id INTEGER NOT NULL, params TEXT NOT NULL);
-)";
-
 const char* download = R"({"min_sync_interval_seconds":60,
   "data":[{"campaign_id":7,"site_id":42,"content":{"deep_link_url":"app://7","notification":{"title":"Hi \"you\"","body":"B"},"metadata":{"k":"v"}}},
           {"campaign_id":8,"site_id":null,"content":{}}],
@@ -57,21 +44,15 @@ const char* download = R"({"min_sync_interval_seconds":60,
 
 class NotifyRecordPersistence : public ::testing::Test {
 protected:
-    void SetUp() override { db.execute(currentSchema); }
-
-    // The first column of the first row, as text.
-    std::string column(std::string_view sql) {
-        struct Probe {
-            std::string text;
-            static std::string_view createStatement() { return ""; }
-            static std::string_view upsertStatement() { return ""; }
-            static std::string_view selectAllStatement() { return ""; }
-            static std::string_view deleteAllStatement() { return ""; }
-            void bind(drovel::core::StatementBinder&) const {}
-            static Probe fromRow(const DatabaseRow& row) { return {row.text(0)}; }
-        };
-        return db.fetch<Probe>(sql).at(0).text;
+    // The tables as the migrations leave them.
+    void SetUp() override {
+        for (int raw = 1; raw <= 7; ++raw)
+            for (auto statement : NotifyDBManager::statements(*NotifyDBManager::migrationVersionFromRawValue(raw)))
+                db.execute(statement);
     }
+
+    // The only column of the first row, as text.
+    std::string column(const std::string& sql) { return drovel::testing::textRows(db, sql).at(0); }
 
     drovel::testing::TempDirectory directory;
     DrovelDBManager db{directory.file("notify.sqlite")};

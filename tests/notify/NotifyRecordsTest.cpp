@@ -13,29 +13,14 @@
 #include "drovel/notify/NotifyCampaign.h"
 #include "drovel/notify/NotifySite.h"
 #include "drovel/notify/NotifyTriggerEvent.h"
+#include "support/ScopedTimeZone.h"
 
 using namespace drovel::notify;
 using namespace std::chrono;
 
 namespace {
 
-// Sets TZ for one test and restores the previous value.
-class TimeZone {
-public:
-    explicit TimeZone(const char* zone) {
-        if (const char* old = std::getenv("TZ")) old_ = old;
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~TimeZone() {
-        if (old_) setenv("TZ", old_->c_str(), 1);
-        else unsetenv("TZ");
-        tzset();
-    }
-
-private:
-    std::optional<std::string> old_;
-};
+using TimeZone = drovel::testing::ScopedTimeZone;
 
 NotifyCampaign campaign(std::string startDay, std::string endDay) {
     return NotifyCampaign(1, NotifyCampaignRegionType::geofence, std::nullopt, std::nullopt, std::move(startDay),

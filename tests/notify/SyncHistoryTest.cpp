@@ -7,6 +7,7 @@
 #include "drovel/core/Core.h"
 #include "support/CapturingLogSink.h"
 #include "support/FakePlatform.h"
+#include "support/ScopedTimeZone.h"
 
 using namespace drovel::notify;
 using namespace std::chrono;
@@ -18,13 +19,9 @@ namespace {
 class SyncHistoryTest : public ::testing::Test {
 protected:
     SyncHistoryTest() {
-        if (const char* zone = std::getenv("TZ")) savedZone = zone;
-        setenv("TZ", "America/New_York", 1);
         moduleLogger().setLogLevel(LogLevel::verbose);
     }
     ~SyncHistoryTest() override {
-        if (savedZone) setenv("TZ", savedZone->c_str(), 1);
-        else unsetenv("TZ");
         moduleLogger().setLogLevel(savedLevel);
         SyncHistory::writeToDefaultsEnabled = true;
     }
@@ -37,7 +34,7 @@ protected:
     }
     std::string stamp(const std::string& text) const { return SyncHistory::formattedDate(fake.clock->now()) + " " + text; }
 
-    std::optional<std::string> savedZone;
+    drovel::testing::ScopedTimeZone zone{"America/New_York"};
     LogLevel savedLevel = moduleLogger().logLevel();
     drovel::testing::FakePlatform fake;  // 2026-03-14T12:00:00Z
     drovel::platform::Platform platform = fake.platform();
@@ -80,7 +77,9 @@ TEST_F(SyncHistoryTest, DiaryKeepsTenEntriesAndWritesAStaleEleventh) {
         for (std::size_t i = 0; c.enabled && i < c.after.size(); ++i)
             expected[int(i)] = c.after[i].starts_with('+') ? stamp(c.after[i].substr(1)) : c.after[i];
         EXPECT_EQ(diary(), expected);
-        if (!c.enabled) EXPECT_EQ(fake.userDefaults->writeCount(), writes);
+        if (!c.enabled) {
+            EXPECT_EQ(fake.userDefaults->writeCount(), writes);
+        }
     }
 }
 
@@ -122,7 +121,7 @@ TEST_F(SyncHistoryTest, DatesAreShortDateAndMediumTimeInTheLocalZone) {
     EXPECT_EQ(SyncHistory::formattedDate(noonUTC + hours(4) + seconds(5)), "3/14/26, 12:00:05 PM");
     EXPECT_EQ(SyncHistory::formattedDate(noonUTC + hours(16) + minutes(9)), "3/15/26, 12:09:00 AM");
     EXPECT_EQ(SyncHistory::formattedDate(sys_days(2009y / December / 1) + hours(23)), "12/1/09, 6:00:00 PM");
-    setenv("TZ", "Asia/Tokyo", 1);
+    drovel::testing::ScopedTimeZone::set("Asia/Tokyo");
     EXPECT_EQ(SyncHistory::formattedDate(noonUTC), "3/14/26, 9:00:00 PM");
 
     SyncHistory::updateLastSync(*fake.userDefaults, noonUTC);

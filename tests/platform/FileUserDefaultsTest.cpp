@@ -110,35 +110,20 @@ TEST(FileUserDefaultsTest, TypedReadsGiveNothingForMissingOrOtherKinds) {
     EXPECT_EQ(defaults.integer("integer"), -9007199254740993);
     EXPECT_EQ(defaults.doubleValue("integer"), -9007199254740993.0);  // integers read as doubles
     EXPECT_EQ(defaults.boolValue("bool"), false);
-    EXPECT_TRUE(defaults.date("date"));
-    EXPECT_TRUE(defaults.data("data"));
-    EXPECT_TRUE(defaults.dictionary("lastLocation"));
-    EXPECT_TRUE(defaults.array("list"));
 
-    struct Case {
-        const char* key;
-        bool string, integer, doubleValue, boolValue, date, data, dictionary, array;
+    // Which typed reads answer for each key, in the order string, integer, double, bool, date, data,
+    // dictionary, array.
+    const std::pair<const char*, const char*> cases[] = {
+        {"missing", "........"}, {"text", "s......."}, {"double", "..d....."},       {"bool", "...b...."},
+        {"date", "....t..."},    {"data", ".....x.."}, {"lastLocation", "......m."}, {"list", ".......a"},
     };
-    const Case cases[] = {
-        {"missing", false, false, false, false, false, false, false, false},
-        {"text", true, false, false, false, false, false, false, false},
-        {"double", false, false, true, false, false, false, false, false},
-        {"bool", false, false, false, true, false, false, false, false},
-        {"date", false, false, false, false, true, false, false, false},
-        {"data", false, false, false, false, false, true, false, false},
-        {"lastLocation", false, false, false, false, false, false, true, false},
-        {"list", false, false, false, false, false, false, false, true},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.key);
-        EXPECT_EQ(defaults.string(c.key).has_value(), c.string);
-        EXPECT_EQ(defaults.integer(c.key).has_value(), c.integer);
-        EXPECT_EQ(defaults.doubleValue(c.key).has_value(), c.doubleValue);
-        EXPECT_EQ(defaults.boolValue(c.key).has_value(), c.boolValue);
-        EXPECT_EQ(defaults.date(c.key).has_value(), c.date);
-        EXPECT_EQ(defaults.data(c.key).has_value(), c.data);
-        EXPECT_EQ(defaults.dictionary(c.key).has_value(), c.dictionary);
-        EXPECT_EQ(defaults.array(c.key).has_value(), c.array);
+    for (const auto& [key, answers] : cases) {
+        SCOPED_TRACE(key);
+        const bool got[] = {defaults.string(key).has_value(),      defaults.integer(key).has_value(),
+                            defaults.doubleValue(key).has_value(), defaults.boolValue(key).has_value(),
+                            defaults.date(key).has_value(),        defaults.data(key).has_value(),
+                            defaults.dictionary(key).has_value(),  defaults.array(key).has_value()};
+        for (int read = 0; read < 8; ++read) EXPECT_EQ(got[read], answers[read] != '.') << "read " << read;
     }
 }
 

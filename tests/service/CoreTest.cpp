@@ -2,14 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
 #include <future>
 
 #include "drovel/core/Core.h"
 #include "linux/FileUserDefaults.h"
 #include "support/FakeHttpTransport.h"
+#include "support/TempDirectory.h"
 
 namespace drovel::core {
 namespace {
@@ -19,15 +17,8 @@ using platform::HttpMethod;
 
 class CoreTest : public ::testing::Test {
 protected:
-    CoreTest() {
-        directory = std::filesystem::temp_directory_path() /
-                    ("drovel-core-test-" + std::to_string(::getpid()) + "-" + std::to_string(++counter));
-        std::filesystem::create_directories(directory);
-    }
-    ~CoreTest() override { std::filesystem::remove_all(directory); }
-
     std::shared_ptr<platform::UserDefaults> defaults() {
-        return std::make_shared<platform::FileUserDefaults>((directory / "UserDefaults.json").string());
+        return std::make_shared<platform::FileUserDefaults>(directory.file("UserDefaults.json"));
     }
     std::unique_ptr<Core> makeCore(std::shared_ptr<platform::UserDefaults> userDefaults) {
         return std::make_unique<Core>(std::move(userDefaults), transport);
@@ -47,8 +38,7 @@ protected:
         return future.get();
     }
 
-    static inline int counter = 0;
-    std::filesystem::path directory;
+    testing::TempDirectory directory;
     std::shared_ptr<testing::FakeHttpTransport> transport = std::make_shared<testing::FakeHttpTransport>();
 };
 

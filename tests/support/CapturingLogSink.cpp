@@ -1,4 +1,5 @@
 #include "support/CapturingLogSink.h"
+#include "support/Locked.h"
 
 namespace drovel::testing {
 
@@ -10,10 +11,7 @@ void CapturingLogSink::write(const core::LogRecord& record) {
     written_.notify_all();
 }
 
-std::vector<core::LogRecord> CapturingLogSink::records() const {
-    std::lock_guard lock(mutex_);
-    return records_;
-}
+std::vector<core::LogRecord> CapturingLogSink::records() const { return lockedCopy(mutex_, records_); }
 
 std::vector<std::string> CapturingLogSink::messages() const {
     std::lock_guard lock(mutex_);

@@ -1,4 +1,5 @@
 #include "support/FakeApplication.h"
+#include "support/Locked.h"
 
 #include <algorithm>
 
@@ -13,10 +14,7 @@ bool RecordingApplicationDelegate::application(Application& application, std::st
     return handles_;
 }
 
-std::vector<std::string> RecordingApplicationDelegate::urls() const {
-    std::lock_guard lock(mutex_);
-    return urls_;
-}
+std::vector<std::string> RecordingApplicationDelegate::urls() const { return lockedCopy(mutex_, urls_); }
 
 FakeApplication::FakeApplication(std::shared_ptr<MainQueue> mainQueue) : mainQueue_(std::move(mainQueue)) {}
 
@@ -26,10 +24,7 @@ ApplicationState FakeApplication::applicationState() const {
     return state_;
 }
 
-std::shared_ptr<ApplicationDelegate> FakeApplication::delegate() const {
-    std::lock_guard lock(mutex_);
-    return delegate_;
-}
+std::shared_ptr<ApplicationDelegate> FakeApplication::delegate() const { return lockedCopy(mutex_, delegate_); }
 
 void FakeApplication::open(std::string_view url, const OpenURLOptions& options, OpenCompletion completionHandler) {
     bool success;
@@ -66,25 +61,13 @@ void FakeApplication::endBackgroundTask(BackgroundTaskIdentifier identifier) {
     std::erase_if(running_, [&](const Task& task) { return task.identifier == identifier; });
 }
 
-void FakeApplication::setApplicationState(ApplicationState state) {
-    std::lock_guard lock(mutex_);
-    state_ = state;
-}
+void FakeApplication::setApplicationState(ApplicationState state) { lockedAssign(mutex_, state_, state); }
 
-void FakeApplication::setDelegate(std::shared_ptr<ApplicationDelegate> delegate) {
-    std::lock_guard lock(mutex_);
-    delegate_ = std::move(delegate);
-}
+void FakeApplication::setDelegate(std::shared_ptr<ApplicationDelegate> delegate) { lockedAssign(mutex_, delegate_, std::move(delegate)); }
 
-void FakeApplication::setOpenResult(bool success) {
-    std::lock_guard lock(mutex_);
-    openResult_ = success;
-}
+void FakeApplication::setOpenResult(bool success) { lockedAssign(mutex_, openResult_, success); }
 
-void FakeApplication::setGrantsBackgroundTime(bool grants) {
-    std::lock_guard lock(mutex_);
-    grantsBackgroundTime_ = grants;
-}
+void FakeApplication::setGrantsBackgroundTime(bool grants) { lockedAssign(mutex_, grantsBackgroundTime_, grants); }
 
 void FakeApplication::expireBackgroundTasks() {
     std::vector<std::function<void()>> handlers;
@@ -97,20 +80,11 @@ void FakeApplication::expireBackgroundTasks() {
     for (auto& handler : handlers) handler();
 }
 
-std::vector<std::string> FakeApplication::openedURLs() const {
-    std::lock_guard lock(mutex_);
-    return openedURLs_;
-}
+std::vector<std::string> FakeApplication::openedURLs() const { return lockedCopy(mutex_, openedURLs_); }
 
-std::vector<double> FakeApplication::fetchIntervals() const {
-    std::lock_guard lock(mutex_);
-    return fetchIntervals_;
-}
+std::vector<double> FakeApplication::fetchIntervals() const { return lockedCopy(mutex_, fetchIntervals_); }
 
-std::vector<std::string> FakeApplication::begunBackgroundTasks() const {
-    std::lock_guard lock(mutex_);
-    return begun_;
-}
+std::vector<std::string> FakeApplication::begunBackgroundTasks() const { return lockedCopy(mutex_, begun_); }
 
 std::vector<std::string> FakeApplication::runningBackgroundTasks() const {
     std::lock_guard lock(mutex_);
@@ -119,9 +93,6 @@ std::vector<std::string> FakeApplication::runningBackgroundTasks() const {
     return names;
 }
 
-std::size_t FakeApplication::applicationStateReads() const {
-    std::lock_guard lock(mutex_);
-    return stateReads_;
-}
+std::size_t FakeApplication::applicationStateReads() const { return lockedCopy(mutex_, stateReads_); }
 
 }  // namespace drovel::testing

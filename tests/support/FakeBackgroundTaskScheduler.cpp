@@ -1,4 +1,5 @@
 #include "support/FakeBackgroundTaskScheduler.h"
+#include "support/Locked.h"
 
 namespace drovel::testing {
 
@@ -20,10 +21,7 @@ std::optional<bool> FakeBackgroundTask::completion() const {
     return completions_.front();
 }
 
-std::vector<bool> FakeBackgroundTask::completionCalls() const {
-    std::lock_guard lock(mutex_);
-    return completions_;
-}
+std::vector<bool> FakeBackgroundTask::completionCalls() const { return lockedCopy(mutex_, completions_); }
 
 bool FakeBackgroundTask::hasExpirationHandler() const {
     std::lock_guard lock(mutex_);
@@ -58,15 +56,9 @@ void FakeBackgroundTaskScheduler::cancel(std::string_view identifier) {
     cancellations_.emplace_back(identifier);
 }
 
-void FakeBackgroundTaskScheduler::setRegistrationResult(bool result) {
-    std::lock_guard lock(mutex_);
-    registrationResult_ = result;
-}
+void FakeBackgroundTaskScheduler::setRegistrationResult(bool result) { lockedAssign(mutex_, registrationResult_, result); }
 
-void FakeBackgroundTaskScheduler::setSubmitError(core::ErrorPtr error) {
-    std::lock_guard lock(mutex_);
-    submitError_ = std::move(error);
-}
+void FakeBackgroundTaskScheduler::setSubmitError(core::ErrorPtr error) { lockedAssign(mutex_, submitError_, std::move(error)); }
 
 std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::string_view identifier,
                                                                         BackgroundTaskKind kind) {
@@ -82,19 +74,10 @@ std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::str
     return task;
 }
 
-std::vector<std::string> FakeBackgroundTaskScheduler::registrations() const {
-    std::lock_guard lock(mutex_);
-    return registrations_;
-}
+std::vector<std::string> FakeBackgroundTaskScheduler::registrations() const { return lockedCopy(mutex_, registrations_); }
 
-std::vector<BackgroundTaskRequest> FakeBackgroundTaskScheduler::submissions() const {
-    std::lock_guard lock(mutex_);
-    return submissions_;
-}
+std::vector<BackgroundTaskRequest> FakeBackgroundTaskScheduler::submissions() const { return lockedCopy(mutex_, submissions_); }
 
-std::vector<std::string> FakeBackgroundTaskScheduler::cancellations() const {
-    std::lock_guard lock(mutex_);
-    return cancellations_;
-}
+std::vector<std::string> FakeBackgroundTaskScheduler::cancellations() const { return lockedCopy(mutex_, cancellations_); }
 
 }  // namespace drovel::testing

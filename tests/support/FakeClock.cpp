@@ -1,23 +1,15 @@
 #include "support/FakeClock.h"
+#include "support/Locked.h"
 
 namespace drovel::testing {
 
 FakeClock::FakeClock(platform::Date start) : now_(start) {}
 
-platform::Date FakeClock::now() const {
-    std::lock_guard lock(mutex_);
-    return now_;
-}
+platform::Date FakeClock::now() const { return lockedCopy(mutex_, now_); }
 
-std::chrono::steady_clock::time_point FakeClock::steadyNow() const {
-    std::lock_guard lock(mutex_);
-    return steady_;
-}
+std::chrono::steady_clock::time_point FakeClock::steadyNow() const { return lockedCopy(mutex_, steady_); }
 
-void FakeClock::set(platform::Date now) {
-    std::lock_guard lock(mutex_);
-    now_ = now;
-}
+void FakeClock::set(platform::Date now) { lockedAssign(mutex_, now_, now); }
 
 void FakeClock::advance(std::chrono::nanoseconds step) {
     std::lock_guard lock(mutex_);

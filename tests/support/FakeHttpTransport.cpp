@@ -1,4 +1,5 @@
 #include "support/FakeHttpTransport.h"
+#include "support/Locked.h"
 
 namespace drovel::testing {
 
@@ -89,10 +90,7 @@ void FakeHttpTransport::fail(HttpMethod method, std::string path, TransportError
     script_[{method, std::move(path)}].push_back(TransportError{kind, std::move(message)});
 }
 
-void FakeHttpTransport::setHandler(Handler handler) {
-    std::lock_guard lock(mutex_);
-    handler_ = std::move(handler);
-}
+void FakeHttpTransport::setHandler(Handler handler) { lockedAssign(mutex_, handler_, std::move(handler)); }
 
 void FakeHttpTransport::hold() {
     std::lock_guard lock(mutex_);
@@ -109,20 +107,14 @@ void FakeHttpTransport::release() {
     changed_.notify_all();
 }
 
-std::vector<HttpRequest> FakeHttpTransport::requests() const {
-    std::lock_guard lock(mutex_);
-    return requests_;
-}
+std::vector<HttpRequest> FakeHttpTransport::requests() const { return lockedCopy(mutex_, requests_); }
 
 std::size_t FakeHttpTransport::requestCount() const {
     std::lock_guard lock(mutex_);
     return requests_.size();
 }
 
-std::size_t FakeHttpTransport::cancelAllCount() const {
-    std::lock_guard lock(mutex_);
-    return cancelAllCount_;
-}
+std::size_t FakeHttpTransport::cancelAllCount() const { return lockedCopy(mutex_, cancelAllCount_); }
 
 bool FakeHttpTransport::waitForAnswers(std::size_t count, std::chrono::milliseconds timeout) const {
     std::unique_lock lock(mutex_);

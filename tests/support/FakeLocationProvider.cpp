@@ -1,4 +1,5 @@
 #include "support/FakeLocationProvider.h"
+#include "support/Locked.h"
 
 #include <algorithm>
 
@@ -42,10 +43,7 @@ void FakeLocationProvider::setDelegate(std::weak_ptr<LocationProviderDelegate> d
     delegate_ = std::move(delegate);
 }
 
-std::weak_ptr<LocationProviderDelegate> FakeLocationProvider::delegate() const {
-    std::lock_guard lock(mutex_);
-    return delegate_;
-}
+std::weak_ptr<LocationProviderDelegate> FakeLocationProvider::delegate() const { return lockedCopy(mutex_, delegate_); }
 
 void FakeLocationProvider::setAllowsBackgroundLocationUpdates(bool allows) {
     record(std::string("setAllowsBackgroundLocationUpdates(") + (allows ? "true" : "false") + ")");
@@ -53,10 +51,7 @@ void FakeLocationProvider::setAllowsBackgroundLocationUpdates(bool allows) {
     allowsBackground_ = allows;
 }
 
-bool FakeLocationProvider::allowsBackgroundLocationUpdates() const {
-    std::lock_guard lock(mutex_);
-    return allowsBackground_;
-}
+bool FakeLocationProvider::allowsBackgroundLocationUpdates() const { return lockedCopy(mutex_, allowsBackground_); }
 
 void FakeLocationProvider::setDesiredAccuracy(double accuracy) {
     record("setDesiredAccuracy(" + numberText(accuracy) + ")");
@@ -64,10 +59,7 @@ void FakeLocationProvider::setDesiredAccuracy(double accuracy) {
     desiredAccuracy_ = accuracy;
 }
 
-double FakeLocationProvider::desiredAccuracy() const {
-    std::lock_guard lock(mutex_);
-    return desiredAccuracy_;
-}
+double FakeLocationProvider::desiredAccuracy() const { return lockedCopy(mutex_, desiredAccuracy_); }
 
 bool FakeLocationProvider::isRangingAvailable() const {
     record("isRangingAvailable()");
@@ -75,15 +67,9 @@ bool FakeLocationProvider::isRangingAvailable() const {
     return rangingAvailable_;
 }
 
-bool FakeLocationProvider::locationServicesEnabled() const {
-    std::lock_guard lock(mutex_);
-    return servicesEnabled_;
-}
+bool FakeLocationProvider::locationServicesEnabled() const { return lockedCopy(mutex_, servicesEnabled_); }
 
-AuthorizationStatus FakeLocationProvider::authorizationStatus() const {
-    std::lock_guard lock(mutex_);
-    return status_;
-}
+AuthorizationStatus FakeLocationProvider::authorizationStatus() const { return lockedCopy(mutex_, status_); }
 
 void FakeLocationProvider::requestLocation() {
     record("requestLocation()");
@@ -124,25 +110,13 @@ void FakeLocationProvider::stopRangingBeacons(const BeaconRegion& in) {
     std::erase_if(rangedRegions_, [&](const BeaconRegion& region) { return region.identifier == in.identifier; });
 }
 
-void FakeLocationProvider::setRangingAvailable(bool available) {
-    std::lock_guard lock(mutex_);
-    rangingAvailable_ = available;
-}
+void FakeLocationProvider::setRangingAvailable(bool available) { lockedAssign(mutex_, rangingAvailable_, available); }
 
-void FakeLocationProvider::setLocationServicesEnabled(bool enabled) {
-    std::lock_guard lock(mutex_);
-    servicesEnabled_ = enabled;
-}
+void FakeLocationProvider::setLocationServicesEnabled(bool enabled) { lockedAssign(mutex_, servicesEnabled_, enabled); }
 
-void FakeLocationProvider::setAuthorizationStatus(AuthorizationStatus status) {
-    std::lock_guard lock(mutex_);
-    status_ = status;
-}
+void FakeLocationProvider::setAuthorizationStatus(AuthorizationStatus status) { lockedAssign(mutex_, status_, status); }
 
-void FakeLocationProvider::setLocationAnswer(std::optional<LocationAnswer> answer) {
-    std::lock_guard lock(mutex_);
-    locationAnswer_ = std::move(answer);
-}
+void FakeLocationProvider::setLocationAnswer(std::optional<LocationAnswer> answer) { lockedAssign(mutex_, locationAnswer_, std::move(answer)); }
 
 void FakeLocationProvider::reportLocations(std::vector<Location> locations) {
     send([locations = std::move(locations)](LocationProvider& provider, LocationProviderDelegate& delegate) {
@@ -184,24 +158,15 @@ void FakeLocationProvider::reportRegionRangingFailure(BeaconRegion region, core:
     });
 }
 
-std::vector<std::string> FakeLocationProvider::calls() const {
-    std::lock_guard lock(mutex_);
-    return calls_;
-}
+std::vector<std::string> FakeLocationProvider::calls() const { return lockedCopy(mutex_, calls_); }
 
 std::size_t FakeLocationProvider::callCount(std::string_view call) const {
     std::lock_guard lock(mutex_);
     return static_cast<std::size_t>(std::count(calls_.begin(), calls_.end(), call));
 }
 
-std::vector<BeaconIdentityConstraint> FakeLocationProvider::rangedConstraints() const {
-    std::lock_guard lock(mutex_);
-    return rangedConstraints_;
-}
+std::vector<BeaconIdentityConstraint> FakeLocationProvider::rangedConstraints() const { return lockedCopy(mutex_, rangedConstraints_); }
 
-std::vector<BeaconRegion> FakeLocationProvider::rangedRegions() const {
-    std::lock_guard lock(mutex_);
-    return rangedRegions_;
-}
+std::vector<BeaconRegion> FakeLocationProvider::rangedRegions() const { return lockedCopy(mutex_, rangedRegions_); }
 
 }  // namespace drovel::testing

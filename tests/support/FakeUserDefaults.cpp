@@ -1,4 +1,5 @@
 #include "support/FakeUserDefaults.h"
+#include "support/Locked.h"
 
 namespace drovel::testing {
 
@@ -21,10 +22,7 @@ void FakeUserDefaults::removeObject(std::string_view key) {
     if (auto it = values_.find(key); it != values_.end()) values_.erase(it);
 }
 
-platform::DefaultsDictionary FakeUserDefaults::dictionaryRepresentation() const {
-    std::lock_guard lock(mutex_);
-    return values_;
-}
+platform::DefaultsDictionary FakeUserDefaults::dictionaryRepresentation() const { return lockedCopy(mutex_, values_); }
 
 bool FakeUserDefaults::synchronize() {
     std::lock_guard lock(mutex_);
@@ -32,14 +30,8 @@ bool FakeUserDefaults::synchronize() {
     return true;
 }
 
-std::size_t FakeUserDefaults::writeCount() const {
-    std::lock_guard lock(mutex_);
-    return writes_;
-}
+std::size_t FakeUserDefaults::writeCount() const { return lockedCopy(mutex_, writes_); }
 
-std::size_t FakeUserDefaults::synchronizeCount() const {
-    std::lock_guard lock(mutex_);
-    return synchronizes_;
-}
+std::size_t FakeUserDefaults::synchronizeCount() const { return lockedCopy(mutex_, synchronizes_); }
 
 }  // namespace drovel::testing

@@ -1,4 +1,5 @@
 #include "support/FakeUserNotificationCenter.h"
+#include "support/Locked.h"
 
 #include <algorithm>
 
@@ -90,15 +91,9 @@ void FakeUserNotificationCenter::requestAuthorization(NotificationAuthorizationO
         deliverCompletion([completion = std::move(completionHandler), granted, error] { completion(granted, error); });
 }
 
-void FakeUserNotificationCenter::setCallbackQueue(std::shared_ptr<Queue> queue) {
-    std::lock_guard lock(mutex_);
-    callbackQueue_ = std::move(queue);
-}
+void FakeUserNotificationCenter::setCallbackQueue(std::shared_ptr<Queue> queue) { lockedAssign(mutex_, callbackQueue_, std::move(queue)); }
 
-void FakeUserNotificationCenter::setAuthorizationStatus(NotificationAuthorizationStatus status) {
-    std::lock_guard lock(mutex_);
-    status_ = status;
-}
+void FakeUserNotificationCenter::setAuthorizationStatus(NotificationAuthorizationStatus status) { lockedAssign(mutex_, status_, status); }
 
 void FakeUserNotificationCenter::setAuthorizationAnswer(bool granted, core::ErrorPtr error) {
     std::lock_guard lock(mutex_);
@@ -106,10 +101,7 @@ void FakeUserNotificationCenter::setAuthorizationAnswer(bool granted, core::Erro
     authorizationError_ = std::move(error);
 }
 
-void FakeUserNotificationCenter::setAddHook(AddHook hook) {
-    std::lock_guard lock(mutex_);
-    addHook_ = std::move(hook);
-}
+void FakeUserNotificationCenter::setAddHook(AddHook hook) { lockedAssign(mutex_, addHook_, std::move(hook)); }
 
 void FakeUserNotificationCenter::failAdds(std::string identifier, core::ErrorPtr error) {
     setAddHook([identifier = std::move(identifier), error = std::move(error)](const NotificationRequest& request) {
@@ -117,10 +109,7 @@ void FakeUserNotificationCenter::failAdds(std::string identifier, core::ErrorPtr
     });
 }
 
-void FakeUserNotificationCenter::setPending(std::vector<NotificationRequest> requests) {
-    std::lock_guard lock(mutex_);
-    pending_ = std::move(requests);
-}
+void FakeUserNotificationCenter::setPending(std::vector<NotificationRequest> requests) { lockedAssign(mutex_, pending_, std::move(requests)); }
 
 std::optional<NotificationRequest> FakeUserNotificationCenter::deliver(std::string_view identifier) {
     std::lock_guard lock(mutex_);
@@ -132,10 +121,7 @@ std::optional<NotificationRequest> FakeUserNotificationCenter::deliver(std::stri
     return request;
 }
 
-std::vector<NotificationRequest> FakeUserNotificationCenter::pending() const {
-    std::lock_guard lock(mutex_);
-    return pending_;
-}
+std::vector<NotificationRequest> FakeUserNotificationCenter::pending() const { return lockedCopy(mutex_, pending_); }
 
 std::vector<std::string> FakeUserNotificationCenter::pendingIdentifiers() const {
     std::lock_guard lock(mutex_);
@@ -144,30 +130,15 @@ std::vector<std::string> FakeUserNotificationCenter::pendingIdentifiers() const 
     return identifiers;
 }
 
-std::vector<NotificationRequest> FakeUserNotificationCenter::addedRequests() const {
-    std::lock_guard lock(mutex_);
-    return added_;
-}
+std::vector<NotificationRequest> FakeUserNotificationCenter::addedRequests() const { return lockedCopy(mutex_, added_); }
 
-std::vector<std::vector<std::string>> FakeUserNotificationCenter::removeCalls() const {
-    std::lock_guard lock(mutex_);
-    return removeCalls_;
-}
+std::vector<std::vector<std::string>> FakeUserNotificationCenter::removeCalls() const { return lockedCopy(mutex_, removeCalls_); }
 
-std::size_t FakeUserNotificationCenter::getPendingCount() const {
-    std::lock_guard lock(mutex_);
-    return getPendingCount_;
-}
+std::size_t FakeUserNotificationCenter::getPendingCount() const { return lockedCopy(mutex_, getPendingCount_); }
 
-std::size_t FakeUserNotificationCenter::settingsCount() const {
-    std::lock_guard lock(mutex_);
-    return settingsCount_;
-}
+std::size_t FakeUserNotificationCenter::settingsCount() const { return lockedCopy(mutex_, settingsCount_); }
 
-std::size_t FakeUserNotificationCenter::authorizationRequestCount() const {
-    std::lock_guard lock(mutex_);
-    return authorizationRequestCount_;
-}
+std::size_t FakeUserNotificationCenter::authorizationRequestCount() const { return lockedCopy(mutex_, authorizationRequestCount_); }
 
 void FakeUserNotificationCenter::waitForCallbacks() const {
     std::shared_ptr<Queue> queue;

@@ -12,6 +12,7 @@
 #include "template/Filter.h"
 #include "template/Parser.h"
 #include "template/TemplateTestSupport.h"
+#include "support/ScopedTimeZone.h"
 
 namespace drovel::templating {
 namespace {
@@ -45,23 +46,7 @@ void expectAll(std::initializer_list<Case> cases) {
             << "\" (kind " << static_cast<int>(apply(c.input, c.call).kind()) << ")";
 }
 
-// Sets TZ for one test and puts the previous value back.
-class TimeZone {
-public:
-    explicit TimeZone(const char* zone) {
-        if (const char* old = std::getenv("TZ")) previous_ = old;
-        set(zone);
-    }
-    ~TimeZone() { set(previous_ ? previous_->c_str() : nullptr); }
-    static void set(const char* zone) {
-        if (zone) setenv("TZ", zone, 1);
-        else unsetenv("TZ");
-        tzset();
-    }
-
-private:
-    std::optional<std::string> previous_;
-};
+using TimeZone = drovel::testing::ScopedTimeZone;
 
 TEST(Filters, RegisteredInTableOrder) {
     const char* names[] = {"abs", "append", "at_least", "at_most", "capitalize", "ceil", "concat", "compact", "date",
