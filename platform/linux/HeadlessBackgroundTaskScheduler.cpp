@@ -12,9 +12,13 @@ void HeadlessBackgroundTask::setExpirationHandler(std::function<void()> handler)
 }
 
 void HeadlessBackgroundTask::setTaskCompleted(bool success) {
+    // A finished task lets go of its expiration handler, which often holds the task itself.
+    std::function<void()> released;
     std::lock_guard lock(mutex_);
     if (success_) return;
     success_ = success;
+    released = std::move(expirationHandler_);
+    expirationHandler_ = nullptr;
     completed_.notify_all();
 }
 

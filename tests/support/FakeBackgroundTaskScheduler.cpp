@@ -11,8 +11,13 @@ void FakeBackgroundTask::setExpirationHandler(std::function<void()> handler) {
 }
 
 void FakeBackgroundTask::setTaskCompleted(bool success) {
+    // Like the platform, a finished task lets go of its expiration handler (which often holds
+    // the task itself).
+    std::function<void()> released;
     std::lock_guard lock(mutex_);
     completions_.push_back(success);
+    released = std::move(expirationHandler_);
+    expirationHandler_ = nullptr;
 }
 
 std::optional<bool> FakeBackgroundTask::completion() const {
