@@ -8,24 +8,25 @@ namespace drovel::notify {
 
 namespace {
 
-bool readDigits(std::string_view text, std::size_t start, std::size_t count, int& out) {
+// Reads a run of minDigits..maxDigits decimal digits at text[at], moving at past it.
+bool readNumber(std::string_view text, std::size_t& at, std::size_t minDigits, std::size_t maxDigits, int& out) {
     out = 0;
-    for (std::size_t i = start; i < start + count; ++i) {
-        char c = text[i];
-        if (c < '0' || c > '9') return false;
-        out = out * 10 + (c - '0');
-    }
-    return true;
+    std::size_t start = at;
+    while (at < text.size() && at - start < maxDigits && text[at] >= '0' && text[at] <= '9')
+        out = out * 10 + (text[at++] - '0');
+    return at - start >= minDigits;
 }
 
 }  // namespace
 
 std::optional<CalendarDay> parseDay(std::string_view text) {
-    // The formatter is strict: fixed widths, nothing before or after, and only days that exist.
-    if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+    // A "yyyy-MM-dd" date formatter reads numeric fields with fewer digits too ("2024-3-1"), but
+    // nothing before or after the date, and only days that exist.
     CalendarDay day{};
-    if (!readDigits(text, 0, 4, day.year) || !readDigits(text, 5, 2, day.month) || !readDigits(text, 8, 2, day.day))
-        return std::nullopt;
+    std::size_t at = 0;
+    if (!readNumber(text, at, 1, 4, day.year) || at >= text.size() || text[at++] != '-') return std::nullopt;
+    if (!readNumber(text, at, 1, 2, day.month) || at >= text.size() || text[at++] != '-') return std::nullopt;
+    if (!readNumber(text, at, 1, 2, day.day) || at != text.size()) return std::nullopt;
     std::chrono::year_month_day ymd{std::chrono::year(day.year), std::chrono::month(static_cast<unsigned>(day.month)),
                                     std::chrono::day(static_cast<unsigned>(day.day))};
     if (!ymd.ok()) return std::nullopt;

@@ -12,7 +12,7 @@ namespace {
 const std::string download =
     R"({"min_sync_interval_seconds":60,"data":[{"campaign_id":7,"site_id":null,"content":{"metadata":{"k":"v"}}}],)"
     R"("included":{"campaigns":[{"id":7,"region_type":"beacon","start_day":"2024-03-01","end_day":"2024-03-01",)"
-    R"("content":{},"defer_on_pickup":false},{"id":8,"region_type":"geofence","start_day":"2024-3-1","end_day":"2024-03-01",)"
+    R"("content":{},"defer_on_pickup":false},{"id":8,"region_type":"geofence","start_day":"2024-3-1x","end_day":"2024-03-01",)"
     R"("content":{},"defer_on_pickup":true}],"sites":[{"id":1,"distance_meters":5,"latitude":"52.5","longitude":"-0.25"},)"
     R"({"id":2,"distance_meters":6,"latitude":"52,5","longitude":"1"}]}})";
 
@@ -37,7 +37,7 @@ TEST(DecodeCommand, FullWritesTheRecordsBackWithTheirComputedValues) {
               R"({"min_sync_interval_seconds":60,"data":[{"campaign_id":7,"content":{"metadata":{"k":"v"}}}],)"
               R"("campaigns":[{"id":7,"region_type":"beacon","start_day":"2024-03-01","end_day":"2024-03-01","content":{},)"
               R"("defer_on_pickup":false,"date_interval":{"start":1709247600,"end":1709333999}},)"
-              R"({"id":8,"region_type":"geofence","start_day":"2024-3-1","end_day":"2024-03-01","content":{},)"
+              R"({"id":8,"region_type":"geofence","start_day":"2024-3-1x","end_day":"2024-03-01","content":{},)"
               R"("defer_on_pickup":true,"date_interval":null}],)"
               R"("sites":[{"id":1,"distance_meters":5,"latitude":"52.5","longitude":"-0.25","location_coordinate":[52.5,-0.25]},)"
               R"({"id":2,"distance_meters":6,"latitude":"52,5","longitude":"1","location_coordinate":null}]})"
