@@ -32,8 +32,8 @@ std::string withError(std::string entry, const core::ErrorPtr& error) {
 
 void record(const platform::Platform& platform, std::string entry, std::string_view logSuffix,
             std::string_view operation) {
+    SyncHistory::append(*platform.userDefaults, entry);
     moduleLogger().verbose(entry + std::string(logSuffix), DROVEL_SOURCE(kFile, operation));
-    SyncHistory::append(*platform.userDefaults, std::move(entry));
 }
 
 }  // namespace
@@ -58,8 +58,8 @@ std::string SyncHistory::formattedDate(platform::Date date) {
 void SyncHistory::addEvent(const platform::Platform& platform, std::string_view text) {
     std::string entry = stamped(platform, " ");
     entry += text;
+    append(*platform.userDefaults, entry);
     moduleLogger().verbose(entry, DROVEL_SOURCE(kFile, "addEvent(_:)"));
-    append(*platform.userDefaults, std::move(entry));
 }
 
 void SyncHistory::append(platform::UserDefaults& defaults, std::string entry) {
