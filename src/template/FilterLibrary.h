@@ -8,7 +8,8 @@
 //   append: 'x' }}" is "3x"); booleans, arrays, dictionaries, ranges and nil give nil. Text
 //   arguments follow the same rule.
 // - Characters are user-perceived characters (extended grapheme clusters); words come from word
-//   boundaries; case mapping is the current locale's.
+//   boundaries. "upcase" and "downcase" map case without language rules; only "capitalize"
+//   follows the current locale.
 // - Array filters take arrays only (not ranges).
 
 #include <string_view>

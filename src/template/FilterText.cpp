@@ -72,18 +72,21 @@ struct CloseCaseMap {
     void operator()(UCaseMap* map) const { ucasemap_close(map); }
 };
 
-// The current locale's case map for this thread; null without ICU data.
-UCaseMap* caseMap() {
-    thread_local std::unique_ptr<UCaseMap, CloseCaseMap> map = [] {
+// A case map for this thread: the current locale's, or the root locale's (no language rules);
+// null without ICU data.
+UCaseMap* caseMap(bool currentLocale) {
+    auto open = [](const char* locale) {
         UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<UCaseMap, CloseCaseMap> opened(ucasemap_open(uloc_getDefault(), 0, &status));
+        std::unique_ptr<UCaseMap, CloseCaseMap> opened(ucasemap_open(locale, 0, &status));
         if (U_FAILURE(status)) opened.reset();
         return opened;
-    }();
-    return map.get();
+    };
+    thread_local std::unique_ptr<UCaseMap, CloseCaseMap> current = open(uloc_getDefault());
+    thread_local std::unique_ptr<UCaseMap, CloseCaseMap> root = open("");
+    return currentLocale ? current.get() : root.get();
 }
 
-// Whether ASCII letters map as in the root locale; Turkish and Azeri map "i" to dotted "İ".
+// Whether ASCII letters title-case as in the root locale; Turkish and Azeri map "i" to dotted "İ".
 bool asciiCaseIsPlain() {
     static const bool plain = [] {
         std::string_view language = icu::Locale::getDefault().getLanguage();
@@ -94,8 +97,8 @@ bool asciiCaseIsPlain() {
 
 using CaseFunction = int32_t (*)(const UCaseMap*, char*, int32_t, const char*, int32_t, UErrorCode*);
 
-std::string mapCase(std::string_view text, CaseFunction function) {
-    UCaseMap* map = caseMap();
+std::string mapCase(std::string_view text, CaseFunction function, bool currentLocale) {
+    UCaseMap* map = caseMap(currentLocale);
     if (!map || text.empty()) return std::string(text);
     std::string out(text.size() + text.size() / 2 + 8, '\0');
     UErrorCode status = U_ZERO_ERROR;
@@ -162,23 +165,23 @@ std::vector<std::string_view> words(std::string_view text) {
 }
 
 std::string uppercased(std::string_view text) {
-    if (isASCII(text) && asciiCaseIsPlain()) {
+    if (isASCII(text)) {
         std::string out(text);
         for (char& c : out)
             if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
         return out;
     }
-    return mapCase(text, ucasemap_utf8ToUpper);
+    return mapCase(text, ucasemap_utf8ToUpper, false);
 }
 
 std::string lowercased(std::string_view text) {
-    if (isASCII(text) && asciiCaseIsPlain()) {
+    if (isASCII(text)) {
         std::string out(text);
         for (char& c : out)
             if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
         return out;
     }
-    return mapCase(text, ucasemap_utf8ToLower);
+    return mapCase(text, ucasemap_utf8ToLower, false);
 }
 
 std::string capitalizedWord(std::string_view word) {
@@ -191,12 +194,12 @@ std::string capitalizedWord(std::string_view word) {
         if (out[first] >= 'a' && out[first] <= 'z') out[first] = static_cast<char>(out[first] - 'a' + 'A');
         return out + lowercased(word.substr(first + 1));
     }
-    return mapCase(word, toTitle);
+    return mapCase(word, toTitle, true);
 }
 
 std::string caseFolded(std::string_view text) {
     if (isASCII(text)) return lowercased(text);
-    return mapCase(text, ucasemap_utf8FoldCase);
+    return mapCase(text, ucasemap_utf8FoldCase, false);
 }
 
 Searchable::Searchable(std::string_view text) : ascii_(isASCII(text)) {

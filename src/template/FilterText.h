@@ -1,6 +1,6 @@
 #pragma once
 // Text services of the filters, on UTF-8: characters (extended grapheme clusters), words (word
-// boundaries), the current locale's case mapping, and literal search on character boundaries.
+// boundaries), case mapping, and literal search on character boundaries.
 // ASCII text takes a fast path before ICU. Ill-formed UTF-8 never fails: a bad byte reads as U+FFFD.
 
 #include <cstddef>
@@ -28,11 +28,12 @@ std::size_t characterCount(std::string_view text);
 // ideographs (spaces and punctuation are not words, "don't" and "3.5" are one word each).
 std::vector<std::string_view> words(std::string_view text);
 
-// Full case mapping in the current locale (ICU's default, which follows the environment), so
-// "ß" upper-cases to "SS".
+// Full case mapping without language rules, whatever the locale: "ß" upper-cases to "SS", and
+// "i" to "I" in Turkish too.
 std::string uppercased(std::string_view text);
 std::string lowercased(std::string_view text);
-// The word with its first cased letter in title case and the rest in lower case.
+// The word with its first cased letter in title case and the rest in lower case, by the current
+// locale's rules (ICU's default, which follows the environment): "istanbul" is "İstanbul" in Turkish.
 std::string capitalizedWord(std::string_view word);
 // The case-folded form, for comparisons that ignore case.
 std::string caseFolded(std::string_view text);

@@ -8,6 +8,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <optional>
+#include <string>
+#include <thread>
+
+#include <unicode/uloc.h>
 
 #include "template/Filter.h"
 #include "template/Parser.h"
@@ -164,6 +168,21 @@ TEST(Filters, CharactersAndWordsFollowUnicode) {
         {str("日本語のテキスト です"), "truncatewords: 1", str("日本語...")},  // dictionary word breaks
         {str("l'été est là"), "truncatewords: 2", str("l'été est...")},
     });
+}
+
+TEST(Filters, OnlyCapitalizeFollowsTheLocale) {
+    // A fresh thread opens its case maps under the Turkish locale set here.
+    std::string previous = uloc_getDefault();
+    UErrorCode status = U_ZERO_ERROR;
+    uloc_setDefault("tr_TR", &status);
+    std::thread([] {
+        expectAll({
+            {str("iés"), "upcase", str("IÉS")},
+            {str("IÉS"), "downcase", str("iés")},
+            {str("iés"), "capitalize", str("İés")},
+        });
+    }).join();
+    uloc_setDefault(previous.c_str(), &status);
 }
 
 TEST(Filters, Html) {
