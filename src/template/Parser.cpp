@@ -107,10 +107,7 @@ Parser::~Parser() = default;
 
 void Parser::registerFilter(Filter filter) {
     auto filters = std::make_shared<std::vector<Filter>>(*filters_);
-    auto existing = std::find_if(filters->begin(), filters->end(),
-                                 [&](const Filter& f) { return f.identifier == filter.identifier; });
-    if (existing != filters->end()) *existing = std::move(filter);
-    else filters->push_back(std::move(filter));
+    filters->push_back(std::move(filter));
     filters_ = std::move(filters);
 }
 

@@ -76,7 +76,8 @@ public:
     // The same walk, with the output joined into one string.
     std::string parseJoined();
 
-    // A filter registered under an existing name replaces it; operators and tags are appended.
+    // Each appends to its registry. Filters and operators are found by their first entry with a
+    // name, so one registered under a name already taken is never used (the built-ins win).
     void registerFilter(Filter filter);
     void registerOperator(Operator op);
     void registerTag(const TagClass& tagClass);

@@ -137,11 +137,14 @@ TEST_F(Expressions, RegisteredOperatorsAndFiltersApplyToOneParserOnly) {
     parser.registerOperator(Operator("startswith", [](const Value& l, const Value& r) {
         return Value::boolean(l.stringValue().starts_with(r.stringValue()));
     }));
+    parser.registerOperator(Operator("==", [](const Value&, const Value&) { return Value::boolean(true); }));
+    // Appended behind the built-in of the same name, which is found first.
     parser.registerFilter(Filter("plus", [](const Value&, Filter::Arguments) { return str("replaced"); }));
     parser.registerFilter(Filter("twice", [](const Value& v, Filter::Arguments) { return str(v.stringValue() + v.stringValue()); }));
     EXPECT_EQ(parser.evaluateExpression("name startswith 'Ann'"), Value::boolean(true));
-    EXPECT_EQ(parser.evaluateFilteredExpression("a | plus: 1 | twice"), str("replacedreplaced"));
-    EXPECT_EQ(parser.filters().size(), builtinFilters().size() + 1);
+    EXPECT_EQ(parser.evaluateExpression("a == 2"), Value::boolean(false));
+    EXPECT_EQ(parser.evaluateFilteredExpression("a | plus: 1 | twice"), str("22"));
+    EXPECT_EQ(parser.filters().size(), builtinFilters().size() + 2);
     EXPECT_EQ(Parser({}, context).evaluateFilteredExpression("a | plus: 1"), decimal("2"));
 }
 
