@@ -164,8 +164,8 @@ void NotifyDBManager::migrateForVersion(MigrationVersion version) {
     }
 }
 
-std::string filteredStatement(std::string_view statement, std::int64_t campaignID) {
-    const std::string clause = " WHERE campaign_id=\"" + std::to_string(campaignID) + "\";";
+std::string filteredStatement(std::string_view statement, std::string_view column, std::string_view value) {
+    const std::string clause = " WHERE " + std::string(column) + "=\"" + std::string(value) + "\";";
     std::string out;
     out.reserve(statement.size() + clause.size());
     for (char c : statement) {
@@ -173,6 +173,10 @@ std::string filteredStatement(std::string_view statement, std::int64_t campaignI
         else out += c;
     }
     return out;
+}
+
+std::string filteredStatement(std::string_view statement, std::int64_t campaignID) {
+    return filteredStatement(statement, "campaign_id", std::to_string(campaignID));
 }
 
 }  // namespace drovel::notify

@@ -90,5 +90,7 @@ private:
 // ` WHERE campaign_id="<campaignID>";`. The database compares the quoted id with the column as a
 // number, through the column's integer affinity.
 std::string filteredStatement(std::string_view statement, std::int64_t campaignID);
+// The same narrowing for any column: every ";" becomes ` WHERE <column>="<value>";`.
+std::string filteredStatement(std::string_view statement, std::string_view column, std::string_view value);
 
 }  // namespace drovel::notify

@@ -24,13 +24,7 @@ constexpr std::string_view kFetchAnalyticsText = "Failed to fetch NotifyAnalytic
 
 // The analytics delete-all statement narrowed to one event: every ";" becomes ` WHERE guid="<guid>";`.
 std::string deleteAnalyticsEventStatement(const UUID& guid) {
-    const std::string clause = " WHERE guid=\"" + guid.uuidString() + "\";";
-    std::string out;
-    for (char c : NotifyAnalyticsEvent::deleteAllStatement()) {
-        if (c == ';') out += clause;
-        else out += c;
-    }
-    return out;
+    return filteredStatement(NotifyAnalyticsEvent::deleteAllStatement(), "guid", guid.uuidString());
 }
 
 }  // namespace
