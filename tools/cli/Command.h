@@ -3,6 +3,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <optional>
+#include <string>
+
 namespace drovel::cli {
 
 // Adds one subcommand to the app. The subcommand's callback stores the process's exit code.
@@ -12,5 +15,12 @@ struct CommandRegistration {
     // Lower orders are listed first in --help.
     CommandRegistration(int order, CommandSetup setup);
 };
+
+// All of standard input, or none when it cannot be read.
+std::optional<std::string> readStandardInput();
+
+// A command's text argument, where "-" stands for standard input. Prints the problem on standard
+// error and gives none when standard input cannot be read.
+std::optional<std::string> textOrStandardInput(const std::string& argument);
 
 }  // namespace drovel::cli

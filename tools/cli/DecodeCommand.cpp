@@ -32,24 +32,25 @@ struct Options {
 };
 
 bool readInput(const std::string& path, std::string& text, std::string& problem) {
-    std::ostringstream buffer;
     if (path == "-") {
-        buffer << std::cin.rdbuf();
-        if (std::cin.bad()) {
+        auto input = readStandardInput();
+        if (!input) {
             problem = "cannot read standard input";
             return false;
         }
-    } else {
-        std::ifstream file(path, std::ios::binary);
-        if (!file) {
-            problem = "cannot read " + path + ": " + std::strerror(errno);
-            return false;
-        }
-        buffer << file.rdbuf();
-        if (file.bad()) {
-            problem = "cannot read " + path;
-            return false;
-        }
+        text = std::move(*input);
+        return true;
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        problem = "cannot read " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    std::ostringstream buffer;
+    buffer << file.rdbuf();
+    if (file.bad()) {
+        problem = "cannot read " + path;
+        return false;
     }
     text = std::move(buffer).str();
     return true;

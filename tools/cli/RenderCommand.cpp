@@ -103,8 +103,12 @@ void setup(CLI::App& app, int& exitCode) {
             // Exactly the notification set-up's "app" variable.
             variables.set("app", *templating::makeAppContext(parsed.value())->getValue("app"));
         }
-        std::string text = arguments->text;
-        if (text == "-") text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+        auto input = textOrStandardInput(arguments->text);
+        if (!input) {
+            exitCode = 1;
+            return;
+        }
+        const std::string& text = *input;
 
         templating::Rendering rendering;
         for (int pass = 0; pass < arguments->repeat; ++pass) {

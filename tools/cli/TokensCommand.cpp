@@ -17,10 +17,14 @@ void setup(CLI::App& app, int& exitCode) {
     auto* command = app.add_subcommand("tokens", "Print a template's tokens as a JSON array of {kind, value}");
     command->add_option("TEMPLATE", *text, "The template text, or - for standard input")->required();
     command->callback([text, &exitCode] {
-        if (*text == "-") text->assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+        auto input = textOrStandardInput(*text);
+        if (!input) {
+            exitCode = 1;
+            return;
+        }
         core::JsonWriter json;
         json.beginArray();
-        for (const auto& token : templating::Lexer(*text).tokenize())
+        for (const auto& token : templating::Lexer(*input).tokenize())
             json.beginObject().key("kind").value(templating::kindName(token.kind)).key("value").value(token.value).endObject();
         json.endArray();
         std::cout << json.str() << '\n';

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <sstream>
 #include <vector>
 
 #include "cli/Command.h"
@@ -23,6 +24,20 @@ std::vector<Entry>& registry() {
 }  // namespace
 
 CommandRegistration::CommandRegistration(int order, CommandSetup setup) { registry().push_back({order, setup}); }
+
+std::optional<std::string> readStandardInput() {
+    std::ostringstream buffer;
+    buffer << std::cin.rdbuf();
+    if (std::cin.bad()) return std::nullopt;
+    return std::move(buffer).str();
+}
+
+std::optional<std::string> textOrStandardInput(const std::string& argument) {
+    if (argument != "-") return argument;
+    auto text = readStandardInput();
+    if (!text) std::cerr << "cannot read standard input\n";
+    return text;
+}
 
 }  // namespace drovel::cli
 
