@@ -1,7 +1,6 @@
 // drovel-notify render: renders a template text the way notification texts are rendered.
 
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <string>
 

@@ -1,7 +1,6 @@
 // drovel-notify tokens: the lexer's view of a template, as a JSON array.
 
 #include <iostream>
-#include <iterator>
 #include <string>
 
 #include "cli/Command.h"
