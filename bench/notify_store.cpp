@@ -47,10 +47,10 @@ struct Fixture {
         std::filesystem::remove_all(directory);
     }
 
-    std::unique_ptr<notify::NotifyDBManager> openDatabase() const {
-        return std::make_unique<notify::NotifyDBManager>(databasePath, true);
+    std::shared_ptr<notify::NotifyDBManager> openDatabase() const {
+        return std::make_shared<notify::NotifyDBManager>(databasePath, true);
     }
-    std::unique_ptr<notify::NotifyInteractor> makeInteractor(notify::NotifyDBManager& database) const {
+    std::unique_ptr<notify::NotifyInteractor> makeInteractor(std::shared_ptr<notify::NotifyDBManager> database) const {
         return std::make_unique<notify::NotifyInteractor>(service, platform, core, database);
     }
 
@@ -73,7 +73,7 @@ const notify::NotifyNotificationsResponse& download() {
 void BM_StoreDownload(benchmark::State& state) {
     Fixture fixture;
     auto database = fixture.openDatabase();
-    auto interactor = fixture.makeInteractor(*database);
+    auto interactor = fixture.makeInteractor(database);
     for (auto _ : state) {
         notify::NotifyNotificationsResponse copy = download();  // the store takes the lists over
         auto start = Clock::now();
@@ -87,7 +87,7 @@ BENCHMARK(BM_StoreDownload)->Unit(benchmark::kMillisecond)->UseManualTime();
 void BM_RecordAnalyticsEvent(benchmark::State& state) {
     Fixture fixture;
     auto database = fixture.openDatabase();
-    auto interactor = fixture.makeInteractor(*database);
+    auto interactor = fixture.makeInteractor(database);
     std::int64_t campaign = 0;
     for (auto _ : state) {
         interactor->recordAnalyticsEvent(notify::NotifyAnalyticsEventType::notificationTriggered, ++campaign,
@@ -100,11 +100,11 @@ void BM_LoadInteractor(benchmark::State& state) {
     Fixture fixture;
     {
         auto database = fixture.openDatabase();
-        fixture.makeInteractor(*database)->storeNotificationsResponse(download());
+        fixture.makeInteractor(database)->storeNotificationsResponse(download());
     }
     for (auto _ : state) {
         auto database = fixture.openDatabase();
-        auto interactor = fixture.makeInteractor(*database);
+        auto interactor = fixture.makeInteractor(database);
         if (interactor->notifications().size() != 10000 || interactor->sites().size() != 2000 ||
             interactor->campaigns().size() != 500) {
             state.SkipWithError("the download was not loaded");

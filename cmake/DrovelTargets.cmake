@@ -25,8 +25,9 @@ target_include_directories(drovel_template
   PRIVATE ${PROJECT_SOURCE_DIR}/src)
 target_link_libraries(drovel_template PUBLIC ICU::uc ICU::i18n ICU::data)
 
-# Core library: logger, app configuration, HTTP service, database manager, core state.
-drovel_sources(core_sources src/core)
+# Core library: logger, app configuration, HTTP service, database manager, core state; with the
+# platform-independent parts of the seams (queues, platform values) that every platform shares.
+drovel_sources(core_sources src/core src/platform)
 add_library(drovel_core STATIC ${core_sources})
 target_include_directories(drovel_core
   PUBLIC ${PROJECT_SOURCE_DIR}/include
@@ -78,9 +79,15 @@ if(DROVEL_BUILD_TESTS)
     DROVEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
     DROVEL_CLI_PATH="$<TARGET_FILE:drovel-notify>")
 
-  # One test program per area; each folder of tests/ that holds sources becomes one.
-  foreach(area core platform service notify template html cli)
-    file(GLOB area_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${area}/*.cpp)
+  # One test program per folder of tests/ (tests_<folder>), found by itself; support/ holds the
+  # fakes and helpers that every program links.
+  file(GLOB test_folders LIST_DIRECTORIES true CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/*)
+  foreach(folder IN LISTS test_folders)
+    get_filename_component(area ${folder} NAME)
+    if(NOT IS_DIRECTORY ${folder} OR area STREQUAL "support")
+      continue()
+    endif()
+    file(GLOB area_sources CONFIGURE_DEPENDS ${folder}/*.cpp)
     if(area_sources)
       add_executable(tests_${area} ${area_sources})
       target_link_libraries(tests_${area} PRIVATE drovel_test_support GTest::gtest_main)

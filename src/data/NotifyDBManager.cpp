@@ -133,17 +133,17 @@ std::string NotifyDBManager::databasePath(const std::string& applicationSupportD
     return applicationSupportDirectory + "/DrovelNotify.sqlite";
 }
 
-NotifyDBManager& NotifyDBManager::shared(const std::string& applicationSupportDirectory) {
+std::shared_ptr<NotifyDBManager> NotifyDBManager::shared(const std::string& applicationSupportDirectory) {
     static std::mutex mutex;
     // Never destroyed: worker threads may still use the database while the process exits.
-    static NotifyDBManager* instance = nullptr;
+    static auto* instance = new std::shared_ptr<NotifyDBManager>();
     std::lock_guard lock(mutex);
-    if (instance == nullptr) {
+    if (!*instance) {
         // The host's configuration, not the module, decides the folder; an unusable one becomes an
         // error the caller logs rather than a stopped process.
         if (applicationSupportDirectory.empty())
             throw core::DatabaseError("The application-support directory is unknown; cannot open DrovelNotify.sqlite");
-        instance = new NotifyDBManager(databasePath(applicationSupportDirectory), true);
+        *instance = std::make_shared<NotifyDBManager>(databasePath(applicationSupportDirectory), true);
     }
     return *instance;
 }

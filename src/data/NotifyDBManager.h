@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -64,7 +65,7 @@ public:
     // migrated on the calling thread. Later calls return the same instance whatever directory they
     // name. Throws core::DatabaseError when the directory is empty or the database cannot be opened;
     // the next call then tries again. Thread-safe; the instance lives until the process ends.
-    static NotifyDBManager& shared(const std::string& applicationSupportDirectory);
+    static std::shared_ptr<NotifyDBManager> shared(const std::string& applicationSupportDirectory);
 
     // Brings the database to `version` when it is at the version before or lower:
     // 1. if dbVersion is already `version` or more, does nothing;

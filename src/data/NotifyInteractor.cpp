@@ -30,9 +30,10 @@ std::string deleteAnalyticsEventStatement(const UUID& guid) {
 }  // namespace
 
 NotifyInteractor::NotifyInteractor(std::shared_ptr<const NotifyServiceProtocol> service, platform::Platform platform,
-                                   std::shared_ptr<core::Core> core, NotifyDBManager& database)
-    : service_(std::move(service)), platform_(std::move(platform)), core_(std::move(core)), database_(database) {
-    if (!database_.needsInit()) {
+                                   std::shared_ptr<core::Core> core, std::shared_ptr<NotifyDBManager> database)
+    : service_(std::move(service)), platform_(std::move(platform)), core_(std::move(core)), database_(std::move(database)) {
+    if (!database_) core::programmingError("NotifyInteractor needs a database");
+    if (!database_->needsInit()) {
         loadNotificationsFromPersist();
         loadCampaignsFromPersist();
         loadSitesFromPersist();
@@ -41,7 +42,7 @@ NotifyInteractor::NotifyInteractor(std::shared_ptr<const NotifyServiceProtocol> 
     lastFetch_ = date(*platform_.userDefaults, UserDefaultsKey::lastFetch);
 }
 
-core::DrovelDBManager& NotifyInteractor::db() { return database_.dbManager(); }
+core::DrovelDBManager& NotifyInteractor::db() { return database_->dbManager(); }
 
 core::ErrorPtr NotifyInteractor::logFailure(core::LogSource source, std::string_view text,
                                             const core::DatabaseError& error) {
@@ -253,7 +254,8 @@ void NotifyInteractor::uploadAnalyticsEventsInDB(UploadCompletion completion) {
         platform::DispatchGroup group;
     };
     auto upload = std::make_shared<Upload>();
-    core::DrovelDBManager* database = &db();
+    // A late answer may arrive after the interactor is gone: each batch keeps the database alive.
+    std::shared_ptr<NotifyDBManager> database = database_;
 
     for (std::size_t start = 0; start < events.size(); start += limit) {
         auto first = events.begin() + static_cast<std::ptrdiff_t>(start);
@@ -273,7 +275,7 @@ void NotifyInteractor::uploadAnalyticsEventsInDB(UploadCompletion completion) {
                 } else {
                     for (const auto& guid : guids) {
                         try {
-                            database->execute(deleteAnalyticsEventStatement(guid));
+                            database->dbManager().execute(deleteAnalyticsEventStatement(guid));
                         } catch (const core::DatabaseError& failure) {
                             // "all" although one event is meant; the text has always read so.
                             logFailure(DROVEL_SOURCE(kFile, kUploadOperation),

@@ -48,11 +48,11 @@ public:
     using UploadCompletion = std::function<void(core::ErrorPtr)>;
 
     // Uses the platform's user defaults, clock and default notification centre, the core library's
-    // app instance id and orders, and database (which must outlive the interactor and every upload
-    // it started). Unless the database file was new, loads the pairs, then the campaigns, then the
+    // app instance id and orders, and the database, which the interactor and every upload it started
+    // keep alive as long as they need it. Unless the database file was new, loads the pairs, then the campaigns, then the
     // sites from it; then reads kMinSyncInterval (0 when missing) and lastFetch from the defaults.
     NotifyInteractor(std::shared_ptr<const NotifyServiceProtocol> service, platform::Platform platform,
-                     std::shared_ptr<core::Core> core, NotifyDBManager& database);
+                     std::shared_ptr<core::Core> core, std::shared_ptr<NotifyDBManager> database);
     NotifyInteractor(const NotifyInteractor&) = delete;
     NotifyInteractor& operator=(const NotifyInteractor&) = delete;
 
@@ -140,7 +140,7 @@ private:
     std::shared_ptr<const NotifyServiceProtocol> service_;
     platform::Platform platform_;
     std::shared_ptr<core::Core> core_;
-    NotifyDBManager& database_;
+    std::shared_ptr<NotifyDBManager> database_;
 
     std::vector<NotifyCampaign> campaigns_;
     std::vector<NotifySite> sites_;

@@ -75,7 +75,7 @@ protected:
     std::unique_ptr<NotifyInteractor> makeInteractor() {
         return std::make_unique<NotifyInteractor>(service, fake.platform(), core, database);
     }
-    drovel::core::DrovelDBManager& db() { return database.dbManager(); }
+    drovel::core::DrovelDBManager& db() { return database->dbManager(); }
     std::vector<std::int64_t> triggerCampaigns() {
         std::vector<std::int64_t> ids;
         for (const auto& event : db().fetchAll<NotifyTriggerEvent>()) ids.push_back(event.campaignID());
@@ -89,7 +89,8 @@ protected:
     drovel::testing::FakePlatform fake;  // 2026-03-14T12:00:00Z
     std::shared_ptr<drovel::core::Core> core = std::make_shared<drovel::core::Core>(fake.userDefaults, fake.httpTransport);
     std::shared_ptr<FakeNotifyService> service = std::make_shared<FakeNotifyService>();
-    NotifyDBManager database{NotifyDBManager::databasePath(fake.directory.path()), true};
+    std::shared_ptr<NotifyDBManager> database =
+        std::make_shared<NotifyDBManager>(NotifyDBManager::databasePath(fake.directory.path()), true);
     drovel::testing::ScopedLogCapture log;
     std::unique_ptr<NotifyInteractor> interactor = makeInteractor();
 };
@@ -101,15 +102,15 @@ TEST_F(NotifyInteractorTest, ConstructionLoadsTheStoredDownloadUnlessTheFileIsNe
     interactor->storeNotificationsResponse(response(kFirstDownload));
 
     // The file is new: nothing is loaded from it, the stored values still are.
-    NotifyDBManager fresh(fake.directory.file("fresh.sqlite"), true);
-    fresh.dbManager().save(NotifyNotifications{5, std::nullopt, NotifyCampaignContent({}, {}, {})});
+    auto fresh = std::make_shared<NotifyDBManager>(fake.directory.file("fresh.sqlite"), true);
+    fresh->dbManager().save(NotifyNotifications{5, std::nullopt, NotifyCampaignContent({}, {}, {})});
     NotifyInteractor onFresh(service, fake.platform(), core, fresh);
     EXPECT_TRUE(onFresh.notifications().empty());
     EXPECT_EQ(onFresh.kMinSyncInterval(), 900);
     EXPECT_EQ(onFresh.lastFetch(), fake.clock->now());
 
     // The next launch: the file exists.
-    NotifyDBManager reopened(database.dbManager().path(), true);
+    auto reopened = std::make_shared<NotifyDBManager>(database->dbManager().path(), true);
     auto reloaded = std::make_unique<NotifyInteractor>(service, fake.platform(), core, reopened);
     EXPECT_EQ(reloaded->notifications(), interactor->notifications());
     EXPECT_EQ(reloaded->campaigns(), interactor->campaigns());

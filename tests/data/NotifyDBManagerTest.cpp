@@ -125,10 +125,11 @@ TEST(NotifyDBManagerDeathTest, SharedInstanceIsMadeOnceWithTheFirstUsableDirecto
             return 1;
         } catch (const DatabaseError&) {
         }
-        NotifyDBManager& db = NotifyDBManager::shared(first);
+        std::shared_ptr<NotifyDBManager> shared = NotifyDBManager::shared(first);
+        NotifyDBManager& db = *shared;
         if (!db.needsInit() || db.dbManager().dbVersion() != 7) return 2;
         if (db.dbManager().path() != first + "/DrovelNotify.sqlite") return 3;
-        if (&NotifyDBManager::shared(second) != &db || std::filesystem::exists(second)) return 4;
+        if (NotifyDBManager::shared(second) != shared || std::filesystem::exists(second)) return 4;
         return 0;
     };
     EXPECT_EXIT(std::_Exit(check()), ::testing::ExitedWithCode(0), "");
