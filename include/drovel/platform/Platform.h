@@ -10,6 +10,7 @@
 #include "drovel/platform/Application.h"
 #include "drovel/platform/BackgroundTaskScheduler.h"
 #include "drovel/platform/Clock.h"
+#include "drovel/platform/ConnectivityProbe.h"
 #include "drovel/platform/DispatchQueue.h"
 #include "drovel/platform/HttpTransport.h"
 #include "drovel/platform/LocationProvider.h"
@@ -30,6 +31,7 @@ struct Platform {
     // The standard user defaults.
     std::shared_ptr<UserDefaults> userDefaults;
     std::shared_ptr<HttpTransport> httpTransport;
+    std::shared_ptr<ConnectivityProbe> connectivityProbe;
     std::shared_ptr<Clock> clock;
     // The run loop every public callback is delivered on.
     std::shared_ptr<MainQueue> mainQueue;
