@@ -171,9 +171,8 @@ void Parser::leaveScope(Scope& scope) {
 
 void Parser::walk() {
     walked_ = true;
-    std::uint64_t visits = 0;
     for (std::size_t index = 0; index < tokens_.size(); ++index) {
-        if (++visits > maximumTokenVisits) throw TemplateFatalError("Template rendering exceeded its step limit");
+        if (++tokenVisits_ > maximumTokenVisits) throw TemplateFatalError("Template rendering exceeded its step limit");
         const Token& token = tokens_[index];
         switch (token.kind) {
             case Token::Kind::text:

@@ -104,6 +104,8 @@ public:
     const std::vector<Token>& tokens() const { return tokens_; }
     const std::shared_ptr<Context>& context() const { return context_; }
     const std::vector<ParseErrors>& parseErrors() const { return parseErrors_; }
+    // The tokens visited so far, loop passes included: the rendering's counted work.
+    std::uint64_t tokenVisits() const { return tokenVisits_; }
 
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
@@ -132,6 +134,7 @@ private:
     std::unique_ptr<Scope> root_;
     std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
     Scope* current_ = nullptr;
+    std::uint64_t tokenVisits_ = 0;
     bool walked_ = false;
 };
 

@@ -10,12 +10,14 @@ namespace drovel::templating {
 
 namespace {
 
-// Renders into `output`; false when the rendering was abandoned (and logged).
+// Renders into `output`; false when the rendering was abandoned (and logged). `parseErrors` and
+// `tokenVisits` are optional.
 bool renderOutput(std::string_view templateText, const std::shared_ptr<Context>& context, std::string& output,
-                  std::vector<std::string>* parseErrors) {
+                  std::vector<std::string>* parseErrors, std::uint64_t* tokenVisits = nullptr) {
     try {
         Parser parser(Lexer(templateText).tokenize(), context);
         auto collectErrors = [&] {
+            if (tokenVisits) *tokenVisits = parser.tokenVisits();
             if (!parseErrors) return;
             for (const auto& error : parser.parseErrors()) parseErrors->push_back(error.message);
         };
@@ -39,7 +41,8 @@ bool renderOutput(std::string_view templateText, const std::shared_ptr<Context>&
 
 Rendering renderTemplate(std::string_view templateText, const std::shared_ptr<Context>& context) {
     Rendering rendering;
-    rendering.abandoned = !renderOutput(templateText, context, rendering.output, &rendering.parseErrors);
+    rendering.abandoned = !renderOutput(templateText, context, rendering.output, &rendering.parseErrors,
+                                         &rendering.tokenVisits);
     rendering.rendered = rendering.output.empty() ? std::string(templateText) : rendering.output;
     return rendering;
 }

@@ -1,6 +1,7 @@
 #pragma once
 // The single rendering entry used by the notification code and the command-line tool.
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,6 +22,8 @@ struct Rendering {
     std::vector<std::string> parseErrors;
     // True when the template could not be rendered at all (logged).
     bool abandoned = false;
+    // The work the rendering did: tokens visited, loop passes included.
+    std::uint64_t tokenVisits = 0;
 };
 
 // Lexes the text, parses it with the context (which the template's tags may change), and joins
