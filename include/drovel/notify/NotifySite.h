@@ -1,7 +1,7 @@
 #pragma once
 // A store site near the position of a download.
 //
-// JSON (keys are also the database columns):
+// JSON:
 //   {"id": 42, "partner_identifier": "A-42", "distance_meters": 120, "latitude": "52.1",
 //    "longitude": "4.3", "beacon_minor": 7}
 // "partner_identifier" and "beacon_minor" are optional (missing or null); the others are required.
@@ -43,18 +43,8 @@ public:
     // The members only, so that a caller can add keys of its own before closing the object.
     void writeJsonMembers(core::JsonWriter& writer) const;
     std::string toJson() const;
-    // The database form, for the core library's DrovelDBManager (PersistableCodable): table
-    // 'notify_site', one column per JSON key; select-all gives the nearest site first. The create
-    // statement still describes an older layout; nothing runs it.
-    static std::string_view createStatement();
-    static std::string_view upsertStatement();
-    static std::string_view selectAllStatement();
-    static std::string_view deleteAllStatement();
-    void bind(core::StatementBinder& binder) const;
-    // Throws core::DatabaseError naming the column when a value cannot be read back.
-    static NotifySite fromRow(const core::DatabaseRow& row);
     // Compares the wire fields; the cached coordinate plays no part.
-    bool operator==(const NotifySite& other) const;
+    bool operator==(const NotifySite&) const = default;
 
 private:
     std::int64_t id_;
