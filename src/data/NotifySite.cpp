@@ -46,13 +46,13 @@ NotifySite::NotifySite(std::int64_t id, std::optional<std::string> partnerIdenti
       longitude_(std::move(longitude)),
       beaconMinor_(beaconMinor) {}
 
-std::optional<core::LocationCoordinate> NotifySite::locationCoordinate() const {
-    return locationCoordinate_.get([this]() -> std::optional<core::LocationCoordinate> {
+std::optional<platform::LocationCoordinate> NotifySite::locationCoordinate() const {
+    return locationCoordinate_.get([this]() -> std::optional<platform::LocationCoordinate> {
         auto latitude = doubleFromText(latitude_);
         if (!latitude) return std::nullopt;
         auto longitude = doubleFromText(longitude_);
         if (!longitude) return std::nullopt;
-        return core::LocationCoordinate{*latitude, *longitude};
+        return platform::LocationCoordinate{*latitude, *longitude};
     });
 }
 

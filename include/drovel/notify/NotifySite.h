@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "drovel/core/Error.h"
-#include "drovel/core/Site.h"
+#include "drovel/platform/Location.h"
 #include "drovel/notify/NotifyRecord.h"
 
 namespace drovel::notify {
@@ -36,7 +36,7 @@ public:
     // last character, in the C locale ("52.1", "-0.5", "1e-3"; not " 52.1" or "52,1"), else the
     // coordinate is absent. The range is not checked.
     // Computed on the first call and kept; any thread.
-    std::optional<core::LocationCoordinate> locationCoordinate() const;
+    std::optional<platform::LocationCoordinate> locationCoordinate() const;
 
     static core::Result<NotifySite> fromJson(std::string_view json);
     void writeJson(core::JsonWriter& writer) const;
@@ -53,7 +53,7 @@ private:
     std::string latitude_;
     std::string longitude_;
     std::optional<std::int64_t> beaconMinor_;
-    detail::Lazy<std::optional<core::LocationCoordinate>> locationCoordinate_;
+    detail::Lazy<std::optional<platform::LocationCoordinate>> locationCoordinate_;
 };
 
 }  // namespace drovel::notify
