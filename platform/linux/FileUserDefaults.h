@@ -9,12 +9,7 @@
 // construction; an unreadable or corrupt file is set aside as "<path>.corrupt", logged at error
 // level, and the defaults start empty. Thread-safe.
 //
-// File form: one object from key to a value tagged with its kind:
-//   {"DrovelNotify.lastSync": {"date": "2026-11-21T10:00:00.123456789Z"},
-//    "DrovelNotify.minSyncInterval": {"double": 3600.0}, "n": {"integer": 3},
-//    "b": {"bool": true}, "s": {"string": "text"}, "d": {"data": "<base64>"},
-//    "m": {"dictionary": {"lat": {"double": 52.1}}}, "a": {"array": [{"string": "x"}]}}
-// Non-finite doubles are written as {"double": "nan"}, {"double": "inf"}, {"double": "-inf"}.
+// File form: see UserDefaultsJson.h.
 
 #include <chrono>
 #include <condition_variable>
@@ -72,10 +67,5 @@ private:
 
     std::thread writer_;
 };
-
-// The JSON text of the file for these values.
-std::string encodeUserDefaults(const DefaultsDictionary& values);
-// Reads the file's JSON text back; fails on anything malformed (nesting deeper than 64 included).
-core::Result<DefaultsDictionary> decodeUserDefaults(std::string_view json);
 
 }  // namespace drovel::platform

@@ -2,6 +2,8 @@
 
 #include "data/NotifyDateFormat.h"
 #include "data/NotifyRecordJson.h"
+#include "data/NotifyTables.h"
+#include "data/RecordFields.h"
 #include "drovel/core/JsonWriter.h"
 
 namespace drovel::notify {
@@ -26,11 +28,25 @@ std::optional<NotifyAnalyticsEventType> notifyAnalyticsEventTypeFromRawValue(std
 
 namespace {
 
-void writeParams(core::JsonWriter& writer, const NotifyAnalyticsEvent::Params& params) {
-    writer.beginObject();
-    for (const auto& [key, value] : params) writer.key(key).value(value);
-    writer.endObject();
-}
+struct EventNames {
+    using Value = NotifyAnalyticsEventType;
+    static constexpr std::string_view what = "event name";
+    static std::string_view rawValue(Value type) { return notify::rawValue(type); }
+    // The decoding direction of the kind names, so an "sdk_error" row does not read back (see
+    // notifyAnalyticsEventTypeFromRawValue).
+    static std::optional<Value> fromRawValue(std::string_view raw) { return notifyAnalyticsEventTypeFromRawValue(raw); }
+};
+
+using ParamsJson = fields::StringMap<NotifyAnalyticsEvent::Params>;
+
+// In the constructor's order.
+constexpr std::tuple eventFields{
+    fields::Field<&NotifyAnalyticsEvent::guid, fields::UUIDText>{"guid"},
+    fields::Field<&NotifyAnalyticsEvent::name, fields::QuotedEnumeration<EventNames>>{"name"},
+    fields::Field<&NotifyAnalyticsEvent::occurredAt, fields::Text>{"occurred_at"},
+    fields::Field<&NotifyAnalyticsEvent::campaignID, fields::Int64>{"campaign_id"},
+    fields::Field<&NotifyAnalyticsEvent::params, fields::JsonTextColumn<ParamsJson>>{"params"},
+};
 
 }  // namespace
 
@@ -43,14 +59,7 @@ NotifyAnalyticsEvent::NotifyAnalyticsEvent(UUID guid, NotifyAnalyticsEventType n
     : guid_(guid), name_(name), occurredAt_(std::move(occurredAt)), campaignID_(campaignID), params_(std::move(params)) {}
 
 void NotifyAnalyticsEvent::writeJson(core::JsonWriter& writer) const {
-    writer.beginObject();
-    writer.key("guid").value(guid_.uuidString());
-    writer.key("name").value(rawValue(name_));
-    writer.key("occurred_at").value(occurredAt_);
-    if (campaignID_) writer.key("campaign_id").value(*campaignID_);
-    writer.key("params");
-    writeParams(writer, params_);
-    writer.endObject();
+    fields::writeObject(writer, *this, eventFields);
 }
 
 std::string NotifyAnalyticsEvent::toJson() const { return core::encodeJson(*this); }
@@ -72,89 +81,32 @@ std::string NotifyAnalyticsBody::toJson() const { return core::encodeJson(*this)
 
 std::string paramsJson(const NotifyAnalyticsEvent::Params& params) {
     core::JsonWriter writer;
-    writeParams(writer, params);
+    ParamsJson::write(writer, params);
     return writer.take();
 }
 
 core::Result<NotifyAnalyticsEvent::Params> paramsFromJson(std::string_view text) {
-    return json::decodeDocument<NotifyAnalyticsEvent::Params>(
-        text, json::readStringMap<NotifyAnalyticsEvent::Params>);
-}
-
-std::string_view NotifyAnalyticsEvent::createStatement() {
-    return "CREATE TABLE 'notify_analytics_event' (guid TEXT PRIMARY KEY NOT NULL, name TEXT NOT NULL, "
-           "occurred_at TEXT NOT NULL, campaign_id INTEGER NOT NULL, params TEXT NOT NULL);";
-}
-
-std::string_view NotifyAnalyticsEvent::upsertStatement() {
-    return "INSERT OR REPLACE INTO 'notify_analytics_event' VALUES (:guid, :name, :occurred_at, :campaign_id, "
-           ":params);";
-}
-
-std::string_view NotifyAnalyticsEvent::selectAllStatement() {
-    return "SELECT guid, name, occurred_at, campaign_id, params FROM 'notify_analytics_event';";
-}
-
-std::string_view NotifyAnalyticsEvent::deleteAllStatement() { return "DELETE FROM 'notify_analytics_event';"; }
-
-void NotifyAnalyticsEvent::bind(core::StatementBinder& binder) const {
-    // The guid is plain canonical text (uploads delete by it); the kind, an enumeration of strings,
-    // is kept as the JSON text of its written name, quotes included.
-    binder.bind("guid", guid_.uuidString());
-    binder.bind("name", "\"" + std::string(rawValue(name_)) + "\"");
-    binder.bind("occurred_at", occurredAt_);
-    binder.bind("campaign_id", campaignID_);
-    binder.bind("params", paramsJson(params_));
-}
-
-NotifyAnalyticsEvent NotifyAnalyticsEvent::fromRow(const core::DatabaseRow& row) {
-    auto guid = json::uuidColumn(row, "guid");
-    // Read back through the decoding direction of the kind names, so an "sdk_error" row does not
-    // read back (see notifyAnalyticsEventTypeFromRawValue).
-    std::string_view nameText = row.textView("name");
-    std::optional<NotifyAnalyticsEventType> name;
-    if (nameText.size() >= 2 && nameText.front() == '"' && nameText.back() == '"')
-        name = notifyAnalyticsEventTypeFromRawValue(nameText.substr(1, nameText.size() - 2));
-    if (!name) throw core::DatabaseError("column 'name': unknown event name " + std::string(nameText));
-    auto occurredAt = row.text("occurred_at");
-    auto campaignID = row.get<std::optional<std::int64_t>>("campaign_id");
-    auto params = json::decodeJsonColumn(row, "params", &paramsFromJson);
-    return NotifyAnalyticsEvent(guid, *name, std::move(occurredAt), campaignID, std::move(params));
+    return json::decodeDocument<NotifyAnalyticsEvent::Params>(text, ParamsJson::read);
 }
 
 namespace json {
 
 NotifyAnalyticsEvent readAnalyticsEvent(JsonReader& reader, JsonValue value) {
-    std::optional<UUID> guid;
-    std::optional<NotifyAnalyticsEventType> name;
-    std::optional<std::string> occurredAt;
-    std::optional<std::int64_t> campaignID;
-    std::optional<NotifyAnalyticsEvent::Params> params;
-    reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "guid") {
-            guid = UUID::fromString(reader.string(member));
-            if (!guid) reader.fail("expected a UUID in the form XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX");
-        } else if (key == "name") {
-            std::string_view raw = reader.string(member);
-            name = notifyAnalyticsEventTypeFromRawValue(raw);
-            if (!name) reader.fail("unknown event name \"" + std::string(raw) + "\"");
-        } else if (key == "occurred_at") {
-            occurredAt = std::string(reader.string(member));
-        } else if (key == "campaign_id") {
-            campaignID = readOptionalInt(reader, member);
-        } else if (key == "params") {
-            params = readStringMap<NotifyAnalyticsEvent::Params>(reader, member);
-        } else {
-            reader.skip(member);
-        }
-    });
-    UUID guidValue = required(reader, guid, "guid");
-    NotifyAnalyticsEventType nameValue = required(reader, name, "name");
-    std::string occurredAtValue = required(reader, occurredAt, "occurred_at");
-    auto paramsValue = required(reader, params, "params");
-    return NotifyAnalyticsEvent(guidValue, nameValue, std::move(occurredAtValue), campaignID, std::move(paramsValue));
+    return fields::read<NotifyAnalyticsEvent>(reader, value, eventFields);
 }
 
 }  // namespace json
 
 }  // namespace drovel::notify
+
+namespace drovel::core {
+
+void Table<notify::NotifyAnalyticsEvent>::bind(const notify::NotifyAnalyticsEvent& record, StatementBinder& binder) {
+    notify::fields::bind(binder, record, notify::eventFields);
+}
+
+notify::NotifyAnalyticsEvent Table<notify::NotifyAnalyticsEvent>::fromRow(const DatabaseRow& row) {
+    return notify::fields::fromRow<notify::NotifyAnalyticsEvent>(row, notify::eventFields);
+}
+
+}  // namespace drovel::core

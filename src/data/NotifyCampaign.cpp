@@ -4,6 +4,8 @@
 
 #include "data/NotifyDateFormat.h"
 #include "data/NotifyRecordJson.h"
+#include "data/NotifyTables.h"
+#include "data/RecordFields.h"
 #include "drovel/core/JsonWriter.h"
 
 namespace drovel::notify {
@@ -24,26 +26,37 @@ std::optional<NotifyCampaignRegionType> notifyCampaignRegionTypeFromRawValue(std
 
 // ---- NotifyCampaignNotification, NotifyCampaignContent ----
 
+namespace {
+
+struct NotificationJson {
+    using Value = NotifyCampaignNotification;
+    static void write(core::JsonWriter& writer, const Value& notification) { notification.writeJson(writer); }
+    static Value read(core::JsonReader& reader, core::JsonValue value);
+};
+
+constexpr std::tuple notificationFields{
+    fields::Field<&NotifyCampaignNotification::title, fields::Text>{"title"},
+    fields::Field<&NotifyCampaignNotification::body, fields::Text>{"body"},
+};
+
+constexpr std::tuple contentFields{
+    fields::Field<&NotifyCampaignContent::deepLinkURL, fields::Text>{"deep_link_url"},
+    fields::Field<&NotifyCampaignContent::notification, NotificationJson>{"notification"},
+    fields::Field<&NotifyCampaignContent::metadata, fields::StringMap<NotifyCampaignContent::Metadata>>{"metadata"},
+};
+
+NotifyCampaignNotification NotificationJson::read(core::JsonReader& reader, core::JsonValue value) {
+    return fields::read<NotifyCampaignNotification>(reader, value, notificationFields);
+}
+
+}  // namespace
+
 void NotifyCampaignNotification::writeJson(core::JsonWriter& writer) const {
-    writer.beginObject();
-    if (title_) writer.key("title").value(*title_);
-    if (body_) writer.key("body").value(*body_);
-    writer.endObject();
+    fields::writeObject(writer, *this, notificationFields);
 }
 
 void NotifyCampaignContent::writeJson(core::JsonWriter& writer) const {
-    writer.beginObject();
-    if (deepLinkURL_) writer.key("deep_link_url").value(*deepLinkURL_);
-    if (notification_) {
-        writer.key("notification");
-        notification_->writeJson(writer);
-    }
-    if (metadata_) {
-        writer.key("metadata").beginObject();
-        for (const auto& [key, value] : *metadata_) writer.key(key).value(value);
-        writer.endObject();
-    }
-    writer.endObject();
+    fields::writeObject(writer, *this, contentFields);
 }
 
 std::string NotifyCampaignContent::toJson() const { return core::encodeJson(*this); }
@@ -53,6 +66,31 @@ core::Result<NotifyCampaignContent> NotifyCampaignContent::fromJson(std::string_
 }
 
 // ---- NotifyCampaign ----
+
+namespace {
+
+struct RegionTypeNames {
+    using Value = NotifyCampaignRegionType;
+    static constexpr std::string_view what = "region type";
+    static std::string_view rawValue(Value type) { return notify::rawValue(type); }
+    static std::optional<Value> fromRawValue(std::string_view raw) { return notifyCampaignRegionTypeFromRawValue(raw); }
+};
+
+// In the constructor's order.
+constexpr std::tuple campaignFields{
+    fields::Field<&NotifyCampaign::id, fields::Int64>{"id"},
+    fields::Field<&NotifyCampaign::regionType, fields::QuotedEnumeration<RegionTypeNames>>{"region_type"},
+    fields::Field<&NotifyCampaign::beaconUUID, fields::UUIDText>{"beacon_uuid"},
+    fields::Field<&NotifyCampaign::beaconMajor, fields::UInt16>{"beacon_major"},
+    fields::Field<&NotifyCampaign::startDay, fields::Text>{"start_day"},
+    fields::Field<&NotifyCampaign::endDay, fields::Text>{"end_day"},
+    fields::Field<&NotifyCampaign::repeatIntervalDays, fields::Int64>{"repeat_interval_days"},
+    fields::Field<&NotifyCampaign::geofenceRadiusMeters, fields::Int64>{"geofence_radius_meters"},
+    fields::Field<&NotifyCampaign::content, fields::JsonTextColumn<json::ContentJson>>{"content"},
+    fields::Field<&NotifyCampaign::deferOnPickup, fields::Boolean>{"defer_on_pickup"},
+};
+
+}  // namespace
 
 NotifyCampaign::NotifyCampaign(std::int64_t id, NotifyCampaignRegionType regionType, std::optional<UUID> beaconUUID,
                                std::optional<std::uint16_t> beaconMajor, std::string startDay, std::string endDay,
@@ -86,33 +124,11 @@ std::optional<DateInterval> NotifyCampaign::dateInterval() const {
     });
 }
 
-bool NotifyCampaign::operator==(const NotifyCampaign& other) const {
-    return id_ == other.id_ && regionType_ == other.regionType_ && beaconUUID_ == other.beaconUUID_ &&
-           beaconMajor_ == other.beaconMajor_ && startDay_ == other.startDay_ && endDay_ == other.endDay_ &&
-           repeatIntervalDays_ == other.repeatIntervalDays_ &&
-           geofenceRadiusMeters_ == other.geofenceRadiusMeters_ && content_ == other.content_ &&
-           deferOnPickup_ == other.deferOnPickup_;
-}
-
 void NotifyCampaign::writeJsonMembers(core::JsonWriter& writer) const {
-    writer.key("id").value(id_);
-    writer.key("region_type").value(rawValue(regionType_));
-    if (beaconUUID_) writer.key("beacon_uuid").value(beaconUUID_->uuidString());
-    if (beaconMajor_) writer.key("beacon_major").value(static_cast<unsigned>(*beaconMajor_));
-    writer.key("start_day").value(startDay_);
-    writer.key("end_day").value(endDay_);
-    if (repeatIntervalDays_) writer.key("repeat_interval_days").value(*repeatIntervalDays_);
-    if (geofenceRadiusMeters_) writer.key("geofence_radius_meters").value(*geofenceRadiusMeters_);
-    writer.key("content");
-    content_.writeJson(writer);
-    writer.key("defer_on_pickup").value(deferOnPickup_);
+    fields::writeMembers(writer, *this, campaignFields);
 }
 
-void NotifyCampaign::writeJson(core::JsonWriter& writer) const {
-    writer.beginObject();
-    writeJsonMembers(writer);
-    writer.endObject();
-}
+void NotifyCampaign::writeJson(core::JsonWriter& writer) const { fields::writeObject(writer, *this, campaignFields); }
 
 std::string NotifyCampaign::toJson() const { return core::encodeJson(*this); }
 
@@ -120,165 +136,32 @@ core::Result<NotifyCampaign> NotifyCampaign::fromJson(std::string_view json) {
     return json::decodeDocument<NotifyCampaign>(json, json::readCampaign);
 }
 
-// ---- database form ----
-
-namespace {
-
-std::string regionTypeColumnText(NotifyCampaignRegionType type) { return "\"" + std::string(rawValue(type)) + "\""; }
-
-NotifyCampaignRegionType regionTypeFromColumn(const core::DatabaseRow& row) {
-    std::string_view text = row.textView("region_type");
-    if (text.size() >= 2 && text.front() == '"' && text.back() == '"') {
-        if (auto type = notifyCampaignRegionTypeFromRawValue(text.substr(1, text.size() - 2))) return *type;
-    }
-    throw core::DatabaseError("column 'region_type': unknown region type " + std::string(text));
-}
-
-}  // namespace
-
-std::string_view NotifyCampaign::createStatement() {
-    // The layout from before region types; the migrations make the table and never run this.
-    return "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
-           "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
-           "geofence_radius_meters INTEGER, content TEXT);";
-}
-
-std::string_view NotifyCampaign::upsertStatement() {
-    return "INSERT OR REPLACE INTO 'notify_campaign' VALUES (:id, :start_day, :end_day, :geofence_radius_meters, "
-           ":content, :defer_on_pickup, :region_type, :beacon_uuid, :beacon_major, :repeat_interval_days);";
-}
-
-std::string_view NotifyCampaign::selectAllStatement() {
-    return "SELECT id, start_day, end_day, geofence_radius_meters, content, defer_on_pickup, region_type, "
-           "beacon_uuid, beacon_major, repeat_interval_days FROM 'notify_campaign';";
-}
-
-std::string_view NotifyCampaign::deleteAllStatement() { return "DELETE FROM 'notify_campaign';"; }
-
-void NotifyCampaign::bind(core::StatementBinder& binder) const {
-    // Absent values stay NULL. Note that the table gives a NULL repeat_interval_days its default
-    // 0 (INSERT OR REPLACE replaces a NULL in a NOT NULL column by the default).
-    binder.bind("id", id_);
-    binder.bind("start_day", startDay_);
-    binder.bind("end_day", endDay_);
-    binder.bind("geofence_radius_meters", geofenceRadiusMeters_);
-    binder.bind("content", content_.toJson());
-    binder.bind("defer_on_pickup", deferOnPickup_);
-    binder.bind("region_type", regionTypeColumnText(regionType_));
-    if (beaconUUID_) binder.bind("beacon_uuid", beaconUUID_->uuidString());
-    binder.bind("beacon_major", beaconMajor_);
-    binder.bind("repeat_interval_days", repeatIntervalDays_);
-}
-
-NotifyCampaign NotifyCampaign::fromRow(const core::DatabaseRow& row) {
-    auto id = row.get<std::int64_t>("id");
-    auto regionType = regionTypeFromColumn(row);
-    std::optional<UUID> beaconUUID;
-    if (!row.isNull("beacon_uuid")) beaconUUID = json::uuidColumn(row, "beacon_uuid");
-    auto beaconMajor = row.get<std::optional<std::uint16_t>>("beacon_major");
-    auto startDay = row.text("start_day");
-    auto endDay = row.text("end_day");
-    auto repeatIntervalDays = row.get<std::optional<std::int64_t>>("repeat_interval_days");
-    auto geofenceRadiusMeters = row.get<std::optional<std::int64_t>>("geofence_radius_meters");
-    auto content = json::decodeJsonColumn(row, "content", &NotifyCampaignContent::fromJson);
-    auto deferOnPickup = row.get<bool>("defer_on_pickup");
-    return NotifyCampaign(id, regionType, beaconUUID, beaconMajor, std::move(startDay), std::move(endDay),
-                          repeatIntervalDays, geofenceRadiusMeters, std::move(content), deferOnPickup);
-}
-
 // ---- readers ----
 
 namespace json {
 
-namespace {
-
-NotifyCampaignNotification readNotification(JsonReader& reader, JsonValue value) {
-    std::optional<std::string> title, body;
-    reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "title") title = readOptionalString(reader, member);
-        else if (key == "body") body = readOptionalString(reader, member);
-        else reader.skip(member);
-    });
-    return NotifyCampaignNotification(std::move(title), std::move(body));
-}
-
-}  // namespace
-
 NotifyCampaignContent readContent(JsonReader& reader, JsonValue value) {
-    std::optional<std::string> deepLinkURL;
-    std::optional<NotifyCampaignNotification> notification;
-    std::optional<NotifyCampaignContent::Metadata> metadata;
-    reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "deep_link_url") {
-            deepLinkURL = readOptionalString(reader, member);
-        } else if (key == "notification") {
-            notification = readOptional(reader, member, [&](JsonValue v) { return readNotification(reader, v); });
-        } else if (key == "metadata") {
-            metadata = readOptional(reader, member, [&](JsonValue v) {
-                return readStringMap<NotifyCampaignContent::Metadata>(reader, v);
-            });
-        } else {
-            reader.skip(member);
-        }
-    });
-    return NotifyCampaignContent(std::move(deepLinkURL), std::move(notification), std::move(metadata));
+    return fields::read<NotifyCampaignContent>(reader, value, contentFields);
 }
 
 NotifyCampaign readCampaign(JsonReader& reader, JsonValue value) {
-    std::optional<std::int64_t> id, repeatIntervalDays, geofenceRadiusMeters;
-    std::optional<NotifyCampaignRegionType> regionType;
-    std::optional<UUID> beaconUUID;
-    std::optional<std::uint16_t> beaconMajor;
-    std::optional<std::string> startDay, endDay;
-    std::optional<NotifyCampaignContent> content;
-    std::optional<bool> deferOnPickup;
-    reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "id") {
-            id = reader.int64(member);
-        } else if (key == "region_type") {
-            std::string_view raw = reader.string(member);
-            regionType = notifyCampaignRegionTypeFromRawValue(raw);
-            if (!regionType) reader.fail("unknown region type \"" + std::string(raw) + "\"");
-        } else if (key == "beacon_uuid") {
-            beaconUUID = readOptional(reader, member, [&](JsonValue v) {
-                auto uuid = UUID::fromString(reader.string(v));
-                if (!uuid) reader.fail("expected a UUID in the form XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX");
-                return *uuid;
-            });
-        } else if (key == "beacon_major") {
-            beaconMajor = readOptional(reader, member, [&](JsonValue v) {
-                std::int64_t major = reader.int64(v);
-                if (major < 0 || major > 65535) reader.fail("expected an integer from 0 to 65535");
-                return static_cast<std::uint16_t>(major);
-            });
-        } else if (key == "start_day") {
-            startDay = std::string(reader.string(member));
-        } else if (key == "end_day") {
-            endDay = std::string(reader.string(member));
-        } else if (key == "repeat_interval_days") {
-            repeatIntervalDays = readOptionalInt(reader, member);
-        } else if (key == "geofence_radius_meters") {
-            geofenceRadiusMeters = readOptionalInt(reader, member);
-        } else if (key == "content") {
-            content = readContent(reader, member);
-        } else if (key == "defer_on_pickup") {
-            deferOnPickup = reader.boolean(member);
-        } else {
-            reader.skip(member);
-        }
-    });
-    // Checked in declaration order, so the first missing key is the one reported.
-    std::int64_t idValue = required(reader, id, "id");
-    NotifyCampaignRegionType regionTypeValue = required(reader, regionType, "region_type");
-    std::string startDayValue = required(reader, startDay, "start_day");
-    std::string endDayValue = required(reader, endDay, "end_day");
-    NotifyCampaignContent contentValue = required(reader, content, "content");
-    bool deferOnPickupValue = required(reader, deferOnPickup, "defer_on_pickup");
-    return NotifyCampaign(idValue, regionTypeValue, beaconUUID, beaconMajor, std::move(startDayValue),
-                          std::move(endDayValue), repeatIntervalDays, geofenceRadiusMeters, std::move(contentValue),
-                          deferOnPickupValue);
+    return fields::read<NotifyCampaign>(reader, value, campaignFields);
 }
 
 }  // namespace json
 
 }  // namespace drovel::notify
+
+// ---- database form ----
+
+namespace drovel::core {
+
+void Table<notify::NotifyCampaign>::bind(const notify::NotifyCampaign& record, StatementBinder& binder) {
+    notify::fields::bind(binder, record, notify::campaignFields);
+}
+
+notify::NotifyCampaign Table<notify::NotifyCampaign>::fromRow(const DatabaseRow& row) {
+    return notify::fields::fromRow<notify::NotifyCampaign>(row, notify::campaignFields);
+}
+
+}  // namespace drovel::core

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "data/ModuleLogger.h"
+#include "drovel/core/Error.h"
 
 namespace drovel::notify {
 
@@ -13,13 +14,20 @@ constexpr std::string_view kFile = "NotifyDBManager";
 
 using MigrationVersion = NotifyDBManager::MigrationVersion;
 
-// The statements of v1 to v7, as installed databases have been migrated with them. They are
-// history: never edit one, add a version instead. Made on first use, so that code running during
-// static initialisation may open a database.
-const std::array<std::vector<std::string_view>, 7>& migrationTexts() {
-    static const std::array<std::vector<std::string_view>, 7> texts{{
-    // v1: first install.
-    {
+struct Migration {
+    MigrationVersion version;
+    std::string_view caseName;
+    std::vector<std::string_view> statements;
+};
+
+// Every version in the order a database is walked through them, with the statements that installed
+// databases have been migrated with. They are history: never edit one, add a version instead (a
+// case of MigrationVersion and a row here). Made on first use, so that code running during static
+// initialisation may open a database.
+const std::vector<Migration>& migrations() {
+    static const std::vector<Migration> table{
+    {MigrationVersion::v1, "v1", {
+        // First install.
         "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
         "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
         "geofence_radius_meters INTEGER, content TEXT, last_triggered_at TEXT);",
@@ -30,9 +38,9 @@ const std::array<std::vector<std::string_view>, 7>& migrationTexts() {
         "occurred_at TEXT NOT NULL, campaign_id INTEGER NOT NULL, params TEXT NOT NULL);",
         "CREATE TABLE 'notify_interest_area' (id INTEGER PRIMARY KEY NOT NULL, name TEXT, "
         "beacon_major INTEGER NOT NULL);",
-    },
-    // v2: trigger times move out of the campaign table.
-    {
+    }},
+    {MigrationVersion::v2, "v2", {
+        // Trigger times move out of the campaign table.
         "ALTER TABLE 'notify_campaign' RENAME TO 'old_notify_campaign';",
         "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
         "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
@@ -45,9 +53,9 @@ const std::array<std::vector<std::string_view>, 7>& migrationTexts() {
         "INSERT INTO 'notify_trigger_event' (campaign_id, last_triggered_at) SELECT id, last_triggered_at FROM "
         "'old_notify_campaign' WHERE last_triggered_at IS NOT NULL;",
         "DROP TABLE 'old_notify_campaign';",
-    },
-    // v3: defer on pickup.
-    {
+    }},
+    {MigrationVersion::v3, "v3", {
+        // Defer on pickup.
         "ALTER TABLE 'notify_campaign' RENAME TO 'old_notify_campaign';",
         "CREATE TABLE 'notify_campaign' (id INTEGER PRIMARY KEY NOT NULL, targeting_type INTEGER NOT NULL, "
         "interest_area_id INTEGER, start_day TEXT NOT NULL, end_day TEXT NOT NULL, repeatability TEXT NOT NULL, "
@@ -56,10 +64,10 @@ const std::array<std::vector<std::string_view>, 7>& migrationTexts() {
         "geofence_radius_meters, content) SELECT id, targeting_type, interest_area_id, start_day, end_day, "
         "repeatability, geofence_radius_meters, content FROM 'old_notify_campaign';",
         "DROP TABLE 'old_notify_campaign';",
-    },
-    // v4: region types, one notification row per campaign/site pair, interest areas removed. The old
-    // targeting types were stored as JSON text, double quotes included.
-    {
+    }},
+    {MigrationVersion::v4, "v4", {
+        // Region types, one notification row per campaign/site pair, interest areas removed. The
+        // old targeting types were stored as JSON text, double quotes included.
         "ALTER TABLE 'notify_campaign' ADD COLUMN region_type TEXT",
         "ALTER TABLE 'notify_campaign' ADD COLUMN beacon_uuid TEXT",
         "ALTER TABLE 'notify_campaign' ADD COLUMN beacon_major INTEGER DEFAULT NULL",
@@ -76,25 +84,30 @@ const std::array<std::vector<std::string_view>, 7>& migrationTexts() {
         "ALTER TABLE 'notify_campaign' DROP COLUMN 'targeting_type';",
         "ALTER TABLE 'notify_campaign' DROP COLUMN 'interest_area_id';",
         "ALTER TABLE 'notify_site' DROP COLUMN 'campaign_ids';",
-    },
-    // v5: content per notification row.
-    {
+    }},
+    {MigrationVersion::v5, "v5", {
+        // Content per notification row.
         "ALTER TABLE 'notify_notification' ADD COLUMN content TEXT NOT NULL DEFAULT ''",
         "UPDATE notify_notification SET content = (SELECT notify_campaign.content FROM notify_campaign WHERE "
         "notify_campaign.id = notify_notification.campaign_id) WHERE EXISTS (SELECT 1 FROM notify_campaign WHERE "
         "notify_campaign.id = notify_notification.campaign_id);",
-    },
-    // v6: a repeat interval replaces the repeatability, which was stored as the bare word.
-    {
+    }},
+    {MigrationVersion::v6, "v6", {
+        // A repeat interval replaces the repeatability, which was stored as the bare word.
         "ALTER TABLE 'notify_campaign' ADD COLUMN repeat_interval_days INTEGER NOT NULL DEFAULT 0",
         "UPDATE 'notify_campaign' SET repeat_interval_days = 1 WHERE repeatability = 'daily';",
-    },
-    // v7
-    {
+    }},
+    {MigrationVersion::v7, "v7", {
         "ALTER TABLE 'notify_campaign' DROP COLUMN 'repeatability';",
-    },
-}};
-    return texts;
+    }},
+    };
+    return table;
+}
+
+const Migration& migration(MigrationVersion version) {
+    for (const Migration& migration : migrations())
+        if (migration.version == version) return migration;
+    core::programmingError("unknown Notify migration version " + std::to_string(NotifyDBManager::rawValue(version)));
 }
 
 bool fileExists(const std::string& path) {
@@ -105,18 +118,25 @@ bool fileExists(const std::string& path) {
 
 }  // namespace
 
-std::optional<MigrationVersion> NotifyDBManager::migrationVersionFromRawValue(long long raw) {
-    if (raw < rawValue(MigrationVersion::v1) || raw > rawValue(MigrationVersion::v7)) return std::nullopt;
-    return static_cast<MigrationVersion>(raw);
+const std::vector<MigrationVersion>& NotifyDBManager::allMigrationVersions() {
+    static const std::vector<MigrationVersion> versions = [] {
+        std::vector<MigrationVersion> out;
+        for (const Migration& migration : migrations()) out.push_back(migration.version);
+        return out;
+    }();
+    return versions;
 }
 
-std::string_view NotifyDBManager::caseName(MigrationVersion version) {
-    static constexpr std::array<std::string_view, 7> names{"v1", "v2", "v3", "v4", "v5", "v6", "v7"};
-    return names[rawValue(version) - 1];
+std::optional<MigrationVersion> NotifyDBManager::migrationVersionFromRawValue(long long raw) {
+    for (const Migration& migration : migrations())
+        if (rawValue(migration.version) == raw) return migration.version;
+    return std::nullopt;
 }
+
+std::string_view NotifyDBManager::caseName(MigrationVersion version) { return migration(version).caseName; }
 
 const std::vector<std::string_view>& NotifyDBManager::statements(MigrationVersion version) {
-    return migrationTexts()[rawValue(version) - 1];
+    return migration(version).statements;
 }
 
 NotifyDBManager::NotifyDBManager(const std::string& path, bool migrate)
@@ -126,7 +146,7 @@ NotifyDBManager::NotifyDBManager(const std::string& path, bool migrate, Migratio
     // needsInit_ is declared before dbManager_, so the file is looked for before opening creates it.
     : needsInit_(!fileExists(path)), dbManager_(path), migrationStatements_(std::move(migrationStatements)) {
     if (!migrate) return;
-    for (MigrationVersion version : allMigrationVersions) migrateForVersion(version);
+    for (MigrationVersion version : allMigrationVersions()) migrateForVersion(version);
 }
 
 std::string NotifyDBManager::databasePath(const std::string& applicationSupportDirectory) {

@@ -19,18 +19,19 @@
 #include <string_view>
 #include <vector>
 
+#include "data/NotifyTables.h"
 #include "drovel/core/DrovelDBManager.h"
 
 namespace drovel::notify {
 
 class NotifyDBManager {
 public:
+    // A new version is a case here and a row in the migration table (NotifyDBManager.cpp), which
+    // everything below reads.
     enum class MigrationVersion : int { v1 = 1, v2, v3, v4, v5, v6, v7 };
 
     // Every version, in the order a database is walked through them.
-    static constexpr std::array<MigrationVersion, 7> allMigrationVersions{
-        MigrationVersion::v1, MigrationVersion::v2, MigrationVersion::v3, MigrationVersion::v4,
-        MigrationVersion::v5, MigrationVersion::v6, MigrationVersion::v7};
+    static const std::vector<MigrationVersion>& allMigrationVersions();
 
     static constexpr int rawValue(MigrationVersion version) { return static_cast<int>(version); }
     // 1 to 7 give a version; any other integer gives none.

@@ -24,7 +24,7 @@ constexpr std::string_view kFetchAnalyticsText = "Failed to fetch NotifyAnalytic
 
 // The analytics delete-all statement narrowed to one event: every ";" becomes ` WHERE guid="<guid>";`.
 std::string deleteAnalyticsEventStatement(const UUID& guid) {
-    return filteredStatement(NotifyAnalyticsEvent::deleteAllStatement(), "guid", guid.uuidString());
+    return filteredStatement(core::Table<NotifyAnalyticsEvent>::deleteAllStatement(), "guid", guid.uuidString());
 }
 
 }  // namespace
@@ -193,7 +193,7 @@ std::vector<NotifyTriggerEvent> NotifyInteractor::fetchTriggerEventsFor(std::int
     guarded(DROVEL_SOURCE(kFile, "fetchTriggerEventsFor(campaignID:)"),
             "Failed to fetch Notify trigger event with error: ", [&] {
                 events = db().fetch<NotifyTriggerEvent>(
-                    filteredStatement(NotifyTriggerEvent::selectAllStatement(), campaignID));
+                    filteredStatement(core::Table<NotifyTriggerEvent>::selectAllStatement(), campaignID));
             });
     return events;
 }
@@ -201,7 +201,7 @@ std::vector<NotifyTriggerEvent> NotifyInteractor::fetchTriggerEventsFor(std::int
 bool NotifyInteractor::deleteTriggerEventsForCampaignID(std::int64_t campaignID) {
     return !guarded(DROVEL_SOURCE(kFile, "deleteTriggerEventsForCampaignID(_:)"),
                     "Failed to delete single Notify trigger event with error: ",
-                    [&] { db().execute(filteredStatement(NotifyTriggerEvent::deleteAllStatement(), campaignID)); });
+                    [&] { db().execute(filteredStatement(core::Table<NotifyTriggerEvent>::deleteAllStatement(), campaignID)); });
 }
 
 std::vector<NotifyTriggerEvent> NotifyInteractor::fetchAllTriggerEvents() {

@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "data/NotifyRecordJson.h"
+#include "data/NotifyTables.h"
+#include "data/RecordFields.h"
 #include "drovel/core/JsonWriter.h"
 
 namespace drovel::notify {
@@ -90,12 +92,38 @@ std::optional<Date> dateFromISO8601Text(std::string_view text) {
     return time_point_cast<Date::duration>(local) + duration_cast<Date::duration>(nanoseconds(nanos));
 }
 
+namespace {
+
+// A date as iso8601Text writes it, in JSON and in its column.
+struct ISO8601Date {
+    using Value = Date;
+    static void write(core::JsonWriter& writer, Value date) { writer.value(iso8601Text(date)); }
+    static Value read(core::JsonReader& reader, core::JsonValue value) {
+        auto date = dateFromISO8601Text(reader.string(value));
+        if (!date) reader.fail("expected an ISO 8601 date-time");
+        return *date;
+    }
+    static void bind(core::StatementBinder& binder, std::string_view key, Value date) {
+        binder.bind(key, iso8601Text(date));
+    }
+    static Value column(const core::DatabaseRow& row, int index) {
+        auto date = dateFromISO8601Text(row.textView(index));
+        if (!date) fields::columnError(row, index, "expected an ISO 8601 date-time");
+        return *date;
+    }
+};
+
+// In the constructor's order.
+constexpr std::tuple triggerEventFields{
+    fields::Field<&NotifyTriggerEvent::lastTriggeredAt, ISO8601Date>{"last_triggered_at"},
+    fields::Field<&NotifyTriggerEvent::campaignID, fields::Int64>{"campaign_id"},
+    fields::Field<&NotifyTriggerEvent::siteID, fields::Int64>{"site_id"},
+};
+
+}  // namespace
+
 void NotifyTriggerEvent::writeJson(core::JsonWriter& writer) const {
-    writer.beginObject();
-    writer.key("last_triggered_at").value(iso8601Text(lastTriggeredAt_));
-    writer.key("campaign_id").value(campaignID_);
-    if (siteID_) writer.key("site_id").value(*siteID_);
-    writer.endObject();
+    fields::writeObject(writer, *this, triggerEventFields);
 }
 
 std::string NotifyTriggerEvent::toJson() const { return core::encodeJson(*this); }
@@ -104,55 +132,24 @@ core::Result<NotifyTriggerEvent> NotifyTriggerEvent::fromJson(std::string_view j
     return json::decodeDocument<NotifyTriggerEvent>(json, json::readTriggerEvent);
 }
 
-std::string_view NotifyTriggerEvent::createStatement() {
-    return "CREATE TABLE IF NOT EXISTS 'notify_trigger_event' (last_triggered_at TEXT NOT NULL, "
-           "campaign_id INTEGER NOT NULL, site_id INTEGER);";
-}
-
-std::string_view NotifyTriggerEvent::upsertStatement() {
-    return "INSERT OR REPLACE INTO 'notify_trigger_event' VALUES (:last_triggered_at, :campaign_id, :site_id);";
-}
-
-std::string_view NotifyTriggerEvent::selectAllStatement() {
-    return "SELECT last_triggered_at, campaign_id, site_id FROM 'notify_trigger_event';";
-}
-
-std::string_view NotifyTriggerEvent::deleteAllStatement() { return "DELETE FROM 'notify_trigger_event';"; }
-
-void NotifyTriggerEvent::bind(core::StatementBinder& binder) const {
-    binder.bind("last_triggered_at", iso8601Text(lastTriggeredAt_));
-    binder.bind("campaign_id", campaignID_);
-    binder.bind("site_id", siteID_);
-}
-
-NotifyTriggerEvent NotifyTriggerEvent::fromRow(const core::DatabaseRow& row) {
-    auto lastTriggeredAt = dateFromISO8601Text(row.textView("last_triggered_at"));
-    if (!lastTriggeredAt) throw core::DatabaseError("column 'last_triggered_at': expected an ISO 8601 date-time");
-    return NotifyTriggerEvent(*lastTriggeredAt, row.get<std::int64_t>("campaign_id"),
-                              row.get<std::optional<std::int64_t>>("site_id"));
-}
-
 namespace json {
 
 NotifyTriggerEvent readTriggerEvent(JsonReader& reader, JsonValue value) {
-    std::optional<Date> lastTriggeredAt;
-    std::optional<std::int64_t> campaignID, siteID;
-    reader.object(value, [&](std::string_view key, JsonValue member) {
-        if (key == "last_triggered_at") {
-            lastTriggeredAt = dateFromISO8601Text(reader.string(member));
-            if (!lastTriggeredAt) reader.fail("expected an ISO 8601 date-time");
-        } else if (key == "campaign_id") {
-            campaignID = reader.int64(member);
-        } else if (key == "site_id") {
-            siteID = readOptionalInt(reader, member);
-        } else {
-            reader.skip(member);
-        }
-    });
-    Date date = required(reader, lastTriggeredAt, "last_triggered_at");
-    return NotifyTriggerEvent(date, required(reader, campaignID, "campaign_id"), siteID);
+    return fields::read<NotifyTriggerEvent>(reader, value, triggerEventFields);
 }
 
 }  // namespace json
 
 }  // namespace drovel::notify
+
+namespace drovel::core {
+
+void Table<notify::NotifyTriggerEvent>::bind(const notify::NotifyTriggerEvent& record, StatementBinder& binder) {
+    notify::fields::bind(binder, record, notify::triggerEventFields);
+}
+
+notify::NotifyTriggerEvent Table<notify::NotifyTriggerEvent>::fromRow(const DatabaseRow& row) {
+    return notify::fields::fromRow<notify::NotifyTriggerEvent>(row, notify::triggerEventFields);
+}
+
+}  // namespace drovel::core

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "drovel/core/DrovelDBManager.h"
+#include "support/SqlRows.h"
 #include "support/TempDirectory.h"
 
 using namespace drovel::core;
@@ -49,7 +50,6 @@ struct TestRecord {
     }
     bool operator==(const TestRecord&) const = default;
 };
-static_assert(PersistableCodable<TestRecord> && !PersistableCodable<int>);
 
 // Runs any query through the decoder a test sets.
 struct Probe {
@@ -73,6 +73,16 @@ struct Probe {
         return {};
     }
 };
+
+}  // namespace
+
+template <>
+struct drovel::core::Table<TestRecord> : drovel::testing::MemberTable<TestRecord> {};
+template <>
+struct drovel::core::Table<Probe> : drovel::testing::MemberTable<Probe> {};
+static_assert(PersistableCodable<TestRecord> && !PersistableCodable<int>);
+
+namespace {
 
 const std::vector<TestRecord> samples = {
     {1, "first", "a note", 3, 1.5, true},

@@ -25,7 +25,7 @@ using Version = NotifyDBManager::MigrationVersion;
 
 TEST(NotifyDBManager, MigrationVersionsAndRawValues) {
     int expected = 1;
-    for (Version version : NotifyDBManager::allMigrationVersions) {
+    for (Version version : NotifyDBManager::allMigrationVersions()) {
         EXPECT_EQ(NotifyDBManager::rawValue(version), expected);
         EXPECT_EQ(NotifyDBManager::caseName(version), "v" + std::to_string(expected));
         EXPECT_EQ(NotifyDBManager::migrationVersionFromRawValue(expected), version);
@@ -61,7 +61,7 @@ TEST(NotifyDBManager, AFailedMigrationIsLoggedAndTheWalkGoesOn) {
     });
 
     ScopedLogCapture capture;
-    for (Version version : NotifyDBManager::allMigrationVersions) {
+    for (Version version : NotifyDBManager::allMigrationVersions()) {
         db.migrateForVersion(version);
         const int expected = version == Version::v5 ? 4 : NotifyDBManager::rawValue(version);
         EXPECT_EQ(db.dbManager().dbVersion(), expected) << NotifyDBManager::caseName(version);
@@ -105,9 +105,9 @@ TEST(NotifyDBManager, FilteredStatementsOnTheMigratedSchema) {
     db.save(event);
     db.save(event);
     db.save(NotifyTriggerEvent(Date(std::chrono::seconds(1709287300)), 7, std::nullopt));
-    EXPECT_EQ(db.fetch<NotifyTriggerEvent>(filteredStatement(NotifyTriggerEvent::selectAllStatement(), 42)),
+    EXPECT_EQ(db.fetch<NotifyTriggerEvent>(filteredStatement(drovel::core::Table<NotifyTriggerEvent>::selectAllStatement(), 42)),
               (std::vector<NotifyTriggerEvent>{event, event}));
-    db.execute(filteredStatement(NotifyTriggerEvent::deleteAllStatement(), 42));
+    db.execute(filteredStatement(drovel::core::Table<NotifyTriggerEvent>::deleteAllStatement(), 42));
     auto left = db.fetchAll<NotifyTriggerEvent>();
     ASSERT_EQ(left.size(), 1u);
     EXPECT_EQ(left[0].campaignID(), 7);

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "linux/FileUserDefaults.h"
+#include "linux/UserDefaultsJson.h"
 #include "support/CapturingLogSink.h"
 #include "support/TempDirectory.h"
 

@@ -1,6 +1,6 @@
 #pragma once
-// The core library's SQLite database: one file, opened once, shared by the records that store
-// themselves in it (PersistableCodable).
+// The core library's SQLite database: one file, opened once, shared by the records stored in it
+// (PersistableCodable).
 //
 // Threads: a DrovelDBManager is meant to be used from one thread at a time; callers serialise
 // their use of it. Each single call also holds an internal lock, so two calls made at the same
@@ -72,7 +72,7 @@ private:
     SqliteStatement& statement_;
 };
 
-// One result row of a query, valid only inside the fromRow call that receives it. Columns are
+// One result row of a query, valid only inside the Table<T>::fromRow call that receives it. Columns are
 // addressed by position (from 0) or by name as the query names them ("id", or an alias).
 // Reading a column of another type, or NULL where a value is required, or asking for a column the
 // query lacks, throws DatabaseError naming the column.
@@ -126,16 +126,21 @@ private:
     mutable int nameHint_ = 0;
 };
 
-// A record that stores itself: it supplies its SQL texts, binds its values by coding key, and is
-// built back from a row.
+// How records of type T are stored: a specialisation of Table<T> gives the SQL texts, binds a
+// record's values by coding key, and builds a record back from a row. The storage form is kept out
+// of the record's own (public) type this way; the primary template is never defined.
+template <class T>
+struct Table;
+
+// A type whose Table<T> is complete.
 template <class T>
 concept PersistableCodable = requires(const T& record, StatementBinder& binder, const DatabaseRow& row) {
-    { T::createStatement() } -> std::convertible_to<std::string_view>;
-    { T::upsertStatement() } -> std::convertible_to<std::string_view>;
-    { T::selectAllStatement() } -> std::convertible_to<std::string_view>;
-    { T::deleteAllStatement() } -> std::convertible_to<std::string_view>;
-    { record.bind(binder) } -> std::same_as<void>;
-    { T::fromRow(row) } -> std::same_as<T>;
+    { Table<T>::createStatement() } -> std::convertible_to<std::string_view>;
+    { Table<T>::upsertStatement() } -> std::convertible_to<std::string_view>;
+    { Table<T>::selectAllStatement() } -> std::convertible_to<std::string_view>;
+    { Table<T>::deleteAllStatement() } -> std::convertible_to<std::string_view>;
+    { Table<T>::bind(record, binder) } -> std::same_as<void>;
+    { Table<T>::fromRow(row) } -> std::same_as<T>;
 };
 
 class DrovelDBManager {
@@ -161,14 +166,15 @@ public:
     // Writes one record with its upsert statement.
     template <PersistableCodable T>
     void save(const T& record) {
-        writeRows(T::upsertStatement(), 1, [&](StatementBinder& binder, std::size_t) { record.bind(binder); });
+        writeRows(Table<T>::upsertStatement(), 1,
+                  [&](StatementBinder& binder, std::size_t) { Table<T>::bind(record, binder); });
     }
     // Writes every record with one prepared statement, all or nothing (inside a transaction, or a
     // savepoint of the caller's transaction).
     template <PersistableCodable T>
     void save(std::span<const T> records) {
-        writeRows(T::upsertStatement(), records.size(),
-                  [&](StatementBinder& binder, std::size_t i) { records[i].bind(binder); });
+        writeRows(Table<T>::upsertStatement(), records.size(),
+                  [&](StatementBinder& binder, std::size_t i) { Table<T>::bind(records[i], binder); });
     }
     template <PersistableCodable T>
     void save(const std::vector<T>& records) {
@@ -177,18 +183,18 @@ public:
 
     template <PersistableCodable T>
     std::vector<T> fetchAll() {
-        return fetch<T>(T::selectAllStatement());
+        return fetch<T>(Table<T>::selectAllStatement());
     }
     // Runs a query of T's columns (usually T's select-all statement with a WHERE clause).
     template <PersistableCodable T>
     std::vector<T> fetch(std::string_view filteredSelectSql) {
         std::vector<T> out;
-        readRows(filteredSelectSql, [&](const DatabaseRow& row) { out.push_back(T::fromRow(row)); });
+        readRows(filteredSelectSql, [&](const DatabaseRow& row) { out.push_back(Table<T>::fromRow(row)); });
         return out;
     }
     template <PersistableCodable T>
     void deleteAll() {
-        execute(T::deleteAllStatement());
+        execute(Table<T>::deleteAllStatement());
     }
 
 private:

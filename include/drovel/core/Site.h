@@ -8,16 +8,13 @@
 #include <vector>
 
 #include "drovel/core/Error.h"
+#include "drovel/platform/Location.h"
 
 namespace drovel::core {
 
 class JsonWriter;
 
-struct LocationCoordinate {
-    double latitude = 0;
-    double longitude = 0;
-    bool operator==(const LocationCoordinate&) const = default;
-};
+using platform::LocationCoordinate;
 
 // JSON: {"latitude": 52.1, "longitude": 4.3, "radius_meters": 150.0}
 struct Geofence {

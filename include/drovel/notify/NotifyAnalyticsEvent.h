@@ -2,7 +2,7 @@
 // Analytics events: what happened to a campaign notification, or an SDK error worth reporting.
 // They wait in the database until they are uploaded in batches (NotifyAnalyticsBody).
 //
-// Event JSON (keys are also the database columns):
+// Event JSON:
 //   {"guid": "E621E1F8-...", "name": "notification_triggered", "occurred_at": "2024-03-01T13:00:00.123+01:00",
 //    "campaign_id": 7, "params": {"key": "value", ...}}
 // "campaign_id" is optional (missing or null); the others are required.
@@ -49,16 +49,6 @@ public:
     static core::Result<NotifyAnalyticsEvent> fromJson(std::string_view json);
     void writeJson(core::JsonWriter& writer) const;
     std::string toJson() const;
-    // The database form, for the core library's DrovelDBManager (PersistableCodable): table
-    // 'notify_analytics_event', one column per JSON key. The params are stored as
-    // their JSON text.
-    static std::string_view createStatement();
-    static std::string_view upsertStatement();
-    static std::string_view selectAllStatement();
-    static std::string_view deleteAllStatement();
-    void bind(core::StatementBinder& binder) const;
-    // Throws core::DatabaseError naming the column when a value cannot be read back.
-    static NotifyAnalyticsEvent fromRow(const core::DatabaseRow& row);
     bool operator==(const NotifyAnalyticsEvent&) const = default;
 
 private:

@@ -1,7 +1,7 @@
 #pragma once
 // A campaign as the backend sends it: what triggers it, when it runs and what it shows.
 //
-// JSON (keys are also the database columns):
+// JSON:
 //   {"id": 7, "region_type": "geofence" | "beacon", "beacon_uuid": "E621E1F8-...", "beacon_major": 12,
 //    "start_day": "2024-03-01", "end_day": "2024-03-31", "repeat_interval_days": 1,
 //    "geofence_radius_meters": 150, "content": {...}, "defer_on_pickup": false}
@@ -101,19 +101,8 @@ public:
     // The members only, so that a caller can add keys of its own before closing the object.
     void writeJsonMembers(core::JsonWriter& writer) const;
     std::string toJson() const;
-    // The database form, for the core library's DrovelDBManager (PersistableCodable): table
-    // 'notify_campaign', one column per JSON key. Content is stored as its JSON text and the region
-    // type as the JSON text of its string, quotes included ("beacon" with its double quotes).
-    // The create statement still describes an older layout; nothing runs it.
-    static std::string_view createStatement();
-    static std::string_view upsertStatement();
-    static std::string_view selectAllStatement();
-    static std::string_view deleteAllStatement();
-    void bind(core::StatementBinder& binder) const;
-    // Throws core::DatabaseError naming the column when a value cannot be read back.
-    static NotifyCampaign fromRow(const core::DatabaseRow& row);
     // Compares the wire fields; the cached interval plays no part.
-    bool operator==(const NotifyCampaign& other) const;
+    bool operator==(const NotifyCampaign&) const = default;
 
 private:
     std::int64_t id_;

@@ -22,16 +22,6 @@ struct NotifyNotifications {
     static core::Result<NotifyNotifications> fromJson(std::string_view json);
     void writeJson(core::JsonWriter& writer) const;
     std::string toJson() const;
-    // The database form, for the core library's DrovelDBManager (PersistableCodable): table
-    // 'notify_notification', one column per JSON key. Content is stored as its JSON text. The
-    // create statement is the table's first layout, without content; nothing runs it.
-    static std::string_view createStatement();
-    static std::string_view upsertStatement();
-    static std::string_view selectAllStatement();
-    static std::string_view deleteAllStatement();
-    void bind(core::StatementBinder& binder) const;
-    // Throws core::DatabaseError naming the column when a value cannot be read back.
-    static NotifyNotifications fromRow(const core::DatabaseRow& row);
     bool operator==(const NotifyNotifications&) const = default;
 };
 

@@ -16,11 +16,9 @@
 
 #include "drovel/platform/Clock.h"
 
-// What the records' JSON and database forms take; declared here once for every record header.
+// What the records' JSON forms take; declared here once for every record header.
 namespace drovel::core {
-class DatabaseRow;
 class JsonWriter;
-class StatementBinder;
 }  // namespace drovel::core
 
 namespace drovel::notify {
@@ -80,6 +78,9 @@ public:
         }
         return *this;
     }
+
+    // A cache plays no part in comparing the records that hold one.
+    bool operator==(const Lazy&) const { return true; }
 
     template <class Compute>
     const T& get(Compute&& compute) const {

@@ -1,7 +1,7 @@
 #pragma once
 // A store site near the position of a download.
 //
-// JSON (keys are also the database columns):
+// JSON:
 //   {"id": 42, "partner_identifier": "A-42", "distance_meters": 120, "latitude": "52.1",
 //    "longitude": "4.3", "beacon_minor": 7}
 // "partner_identifier" and "beacon_minor" are optional (missing or null); the others are required.
@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "drovel/core/Error.h"
-#include "drovel/core/Site.h"
+#include "drovel/platform/Location.h"
 #include "drovel/notify/NotifyRecord.h"
 
 namespace drovel::notify {
@@ -36,25 +36,15 @@ public:
     // last character, in the C locale ("52.1", "-0.5", "1e-3"; not " 52.1" or "52,1"), else the
     // coordinate is absent. The range is not checked.
     // Computed on the first call and kept; any thread.
-    std::optional<core::LocationCoordinate> locationCoordinate() const;
+    std::optional<platform::LocationCoordinate> locationCoordinate() const;
 
     static core::Result<NotifySite> fromJson(std::string_view json);
     void writeJson(core::JsonWriter& writer) const;
     // The members only, so that a caller can add keys of its own before closing the object.
     void writeJsonMembers(core::JsonWriter& writer) const;
     std::string toJson() const;
-    // The database form, for the core library's DrovelDBManager (PersistableCodable): table
-    // 'notify_site', one column per JSON key; select-all gives the nearest site first. The create
-    // statement still describes an older layout; nothing runs it.
-    static std::string_view createStatement();
-    static std::string_view upsertStatement();
-    static std::string_view selectAllStatement();
-    static std::string_view deleteAllStatement();
-    void bind(core::StatementBinder& binder) const;
-    // Throws core::DatabaseError naming the column when a value cannot be read back.
-    static NotifySite fromRow(const core::DatabaseRow& row);
     // Compares the wire fields; the cached coordinate plays no part.
-    bool operator==(const NotifySite& other) const;
+    bool operator==(const NotifySite&) const = default;
 
 private:
     std::int64_t id_;
@@ -63,7 +53,7 @@ private:
     std::string latitude_;
     std::string longitude_;
     std::optional<std::int64_t> beaconMinor_;
-    detail::Lazy<std::optional<core::LocationCoordinate>> locationCoordinate_;
+    detail::Lazy<std::optional<platform::LocationCoordinate>> locationCoordinate_;
 };
 
 }  // namespace drovel::notify

@@ -1,7 +1,7 @@
 #pragma once
 // Records that a campaign fired, for its repeat bookkeeping.
 //
-// JSON (keys are also the database columns):
+// JSON:
 //   {"last_triggered_at": "2024-03-01T12:00:00.000Z", "campaign_id": 7, "site_id": 42}
 // The date is written in UTC with the fraction digits (3, 6 or 9) that the instant needs to read
 // back exactly; reading accepts "Z" or a "+hh:mm" offset and 0 to 9 fraction digits.
@@ -30,16 +30,6 @@ public:
     static core::Result<NotifyTriggerEvent> fromJson(std::string_view json);
     void writeJson(core::JsonWriter& writer) const;
     std::string toJson() const;
-    // The database form, for the core library's DrovelDBManager (PersistableCodable): table
-    // 'notify_trigger_event', one column per JSON key. The table has no key: every
-    // save adds a row.
-    static std::string_view createStatement();
-    static std::string_view upsertStatement();
-    static std::string_view selectAllStatement();
-    static std::string_view deleteAllStatement();
-    void bind(core::StatementBinder& binder) const;
-    // Throws core::DatabaseError naming the column when a value cannot be read back.
-    static NotifyTriggerEvent fromRow(const core::DatabaseRow& row);
     bool operator==(const NotifyTriggerEvent&) const = default;
 
 private:

@@ -7,12 +7,16 @@
 #include <string_view>
 
 #include "drovel/core/Error.h"
-#include "drovel/core/Site.h"
 #include "drovel/platform/Clock.h"
 
 namespace drovel::platform {
 
-using core::LocationCoordinate;
+// Decimal degrees.
+struct LocationCoordinate {
+    double latitude = 0;
+    double longitude = 0;
+    bool operator==(const LocationCoordinate&) const = default;
+};
 
 // Accuracies in metres, as location requests ask for them.
 inline constexpr double kLocationAccuracyBest = -1.0;
