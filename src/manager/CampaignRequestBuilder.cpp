@@ -232,12 +232,11 @@ bool isHeldBackByTriggerHistory(const NotifyCampaign& campaign, const std::vecto
     return static_cast<__int128>(now.time_since_epoch().count()) < releasedAt;
 }
 
-std::vector<NotificationRequest> campaignNotificationRequests(const std::vector<NotifyCampaign>& campaigns,
-                                                              const std::vector<NotifySite>& sites,
-                                                              const std::vector<NotifyNotifications>& notifications,
-                                                              const TriggerEventsFetch& fetchTriggerEvents,
-                                                              platform::Date now,
-                                                              const CustomTemplateContent& customTemplateContent) {
+void buildCampaignNotificationRequests(const std::vector<NotifyCampaign>& campaigns, const std::vector<NotifySite>& sites,
+                                       const std::vector<NotifyNotifications>& notifications,
+                                       const TriggerEventsFetch& fetchTriggerEvents, platform::Date now,
+                                       const CustomTemplateContent& customTemplateContent,
+                                       const CampaignRequestSink& sink) {
     auto geofenceIndex = indexByID(geofenceCampaigns(campaigns));
     auto beaconIndex = indexByID(beaconCampaigns(campaigns));
     std::vector<const NotifySite*> sitePointers;
@@ -254,8 +253,6 @@ std::vector<NotificationRequest> campaignNotificationRequests(const std::vector<
     };
 
     CampaignTextRenderer renderer(customTemplateContent);
-    std::vector<NotificationRequest> requests;
-    requests.reserve(notifications.size());
     for (const auto& pair : notifications) {
         std::optional<NotificationRequest> request;
         if (!pair.siteID) {
@@ -271,8 +268,19 @@ std::vector<NotificationRequest> campaignNotificationRequests(const std::vector<
             if (!campaign || !site || isHeldBack(*campaign)) continue;
             request = geofenceApproachRequest(*campaign, *site, pair.content, renderer);
         }
-        if (request) requests.push_back(std::move(*request));
+        if (request) sink(std::move(*request));
     }
+}
+
+std::vector<NotificationRequest> campaignNotificationRequests(const std::vector<NotifyCampaign>& campaigns,
+                                                              const std::vector<NotifySite>& sites,
+                                                              const std::vector<NotifyNotifications>& notifications,
+                                                              const TriggerEventsFetch& fetchTriggerEvents,
+                                                              platform::Date now,
+                                                              const CustomTemplateContent& customTemplateContent) {
+    std::vector<NotificationRequest> requests;
+    buildCampaignNotificationRequests(campaigns, sites, notifications, fetchTriggerEvents, now, customTemplateContent,
+                                      [&](NotificationRequest request) { requests.push_back(std::move(request)); });
     return requests;
 }
 

@@ -155,6 +155,14 @@ std::vector<platform::NotificationRequest> campaignNotificationRequests(
     const std::vector<NotifyCampaign>& campaigns, const std::vector<NotifySite>& sites,
     const std::vector<NotifyNotifications>& notifications, const TriggerEventsFetch& fetchTriggerEvents,
     platform::Date now, const CustomTemplateContent& customTemplateContent);
+// The same requests, each handed over as soon as it is built (for adding it at once, without
+// holding every request of a set-up in memory).
+using CampaignRequestSink = std::function<void(platform::NotificationRequest request)>;
+void buildCampaignNotificationRequests(const std::vector<NotifyCampaign>& campaigns, const std::vector<NotifySite>& sites,
+                                       const std::vector<NotifyNotifications>& notifications,
+                                       const TriggerEventsFetch& fetchTriggerEvents, platform::Date now,
+                                       const CustomTemplateContent& customTemplateContent,
+                                       const CampaignRequestSink& sink);
 
 // The campaign id and site id an added request records in LoadedCampaigns; none when its user
 // info has no integer campaign id.
