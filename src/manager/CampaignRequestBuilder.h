@@ -58,8 +58,10 @@ std::shared_ptr<templating::Context> makeRenderingContext(const CustomTemplateCo
 //
 // Cost: a set-up renders the same few texts for many sites, so texts rendered in a fresh context
 // that leave it unchanged are remembered by their text, and texts without "{{" or "{%" are not
-// rendered at all. Both give exactly what a rendering would: the output of such a text depends on
-// nothing but the text and the fresh context.
+// rendered at all. Both give what a rendering would: the output of such a text depends on nothing
+// but the text and the fresh context (and the clock, for "now" in a date filter, which does not
+// move noticeably during one set-up). A template error is therefore logged once per set-up, not
+// once per site.
 class CampaignTextRenderer {
 public:
     explicit CampaignTextRenderer(const CustomTemplateContent& customTemplateContent);
