@@ -21,6 +21,9 @@ struct DownloadShape {
     std::int64_t campaigns = 500;
     std::int64_t sites = 2000;
     std::uint64_t seed = 20240301;
+    // Every pair's title and body differ (they name the pair's number), so that nothing rendered
+    // for one pair can be reused for another. Off: campaigns share a few dozen texts, as real ones do.
+    bool distinctTexts = false;
 };
 
 inline std::string generateDownload(const DownloadShape& shape = {}) {
@@ -32,6 +35,7 @@ inline std::string generateDownload(const DownloadShape& shape = {}) {
     static const char* const cities[] = {"Amsterdam", "Zürich", "Malmö", "São Paulo", "Kraków", "Lyon", "Austin", "Osaka"};
     static const char* const offers[] = {"10% off", "a free coffee", "double points", "free delivery", "2 for 1"};
 
+    std::int64_t textNumber = 0;
     auto writeContent = [&](core::JsonWriter& json, std::int64_t campaign, std::int64_t site) {
         const char* city = cities[below(8)];
         const char* offer = offers[below(5)];
@@ -40,8 +44,10 @@ inline std::string generateDownload(const DownloadShape& shape = {}) {
         json.key("deep_link_url")
             .value("https://shop.example.com/o/" + std::to_string(campaignID(campaign)) + "/" + siteText);
         json.key("notification").beginObject();
-        json.key("title").value(std::string("{{ app.first_name }}: \"") + offer + "\" in " + city);
-        json.key("body").value(std::string("Pick up at our ") + city + " store.{% if app.gold %} Extra treat!{% endif %}");
+        std::string number = shape.distinctTexts ? " #" + std::to_string(++textNumber) : "";
+        json.key("title").value(std::string("{{ app.first_name }}: \"") + offer + "\" in " + city + number);
+        json.key("body").value(std::string("Pick up at our ") + city + " store" + number +
+                               ".{% if app.gold %} Extra treat!{% endif %}");
         json.endObject();
         json.key("metadata").beginObject();
         json.key("campaign").value("spring-" + std::to_string(campaignID(campaign)));

@@ -19,6 +19,16 @@ void LoadedCampaigns::remove(std::int64_t campaignID, std::int64_t siteID) {
     std::erase(entry->second, siteID);
 }
 
+void LoadedCampaigns::removePending(std::int64_t campaignID, std::optional<std::int64_t> siteID) {
+    auto entry = store.find(campaignID);
+    if (entry == store.end()) return;
+    if (!siteID) {
+        store.erase(entry);
+        return;
+    }
+    if (std::erase(entry->second, *siteID) > 0 && entry->second.empty()) store.erase(entry);
+}
+
 bool LoadedCampaigns::needToRangeForSite() const {
     return std::any_of(store.begin(), store.end(), [](const auto& entry) { return entry.second.empty(); });
 }

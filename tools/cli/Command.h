@@ -23,4 +23,8 @@ std::optional<std::string> readStandardInput();
 // error and gives none when standard input cannot be read.
 std::optional<std::string> textOrStandardInput(const std::string& argument);
 
+// The whole file at path, or all of standard input when path is "-". False with the problem
+// ("cannot read <path>: <reason>") when it cannot be read.
+bool readFileOrStandardInput(const std::string& path, std::string& text, std::string& problem);
+
 }  // namespace drovel::cli

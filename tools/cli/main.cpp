@@ -1,6 +1,9 @@
 // drovel-notify: the Notify module's command-line tool.
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <vector>
@@ -37,6 +40,31 @@ std::optional<std::string> textOrStandardInput(const std::string& argument) {
     auto text = readStandardInput();
     if (!text) std::cerr << "cannot read standard input\n";
     return text;
+}
+
+bool readFileOrStandardInput(const std::string& path, std::string& text, std::string& problem) {
+    if (path == "-") {
+        auto input = readStandardInput();
+        if (!input) {
+            problem = "cannot read standard input";
+            return false;
+        }
+        text = std::move(*input);
+        return true;
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        problem = "cannot read " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    std::ostringstream buffer;
+    buffer << file.rdbuf();
+    if (file.bad()) {
+        problem = "cannot read " + path;
+        return false;
+    }
+    text = std::move(buffer).str();
+    return true;
 }
 
 }  // namespace drovel::cli

@@ -28,6 +28,12 @@ struct LoadedCampaigns {
     void add(std::int64_t campaignID, std::optional<std::int64_t> siteID);
     // Forgets one site of a campaign (every occurrence); the campaign's entry stays, possibly empty.
     void remove(std::int64_t campaignID, std::int64_t siteID);
+    // Forgets what a still-pending request names, so that what remains is what fired. The
+    // product's rules: a request without a site (a beacon request that has not fired) removes its
+    // campaign's entry; a request with a site removes that site, and an entry whose list becomes
+    // empty through it is dropped (all its requests are still pending). An entry that was already
+    // empty (a beacon campaign) is not touched by a request with a site.
+    void removePending(std::int64_t campaignID, std::optional<std::int64_t> siteID);
     // True when any campaign has an empty site list, i.e. a beacon campaign whose site must be ranged.
     bool needToRangeForSite() const;
     bool empty() const { return store.empty(); }
