@@ -7,6 +7,7 @@
 #include "linux/FileUserDefaults.h"
 #include "linux/HeadlessApplication.h"
 #include "linux/HeadlessBackgroundTaskScheduler.h"
+#include "linux/LinuxConnectivityProbe.h"
 #include "linux/LocalNotificationCenter.h"
 #include "linux/NoDeviceLocationProvider.h"
 #include "linux/NoDeviceUserNotificationCenter.h"
@@ -38,6 +39,7 @@ core::Result<Platform> makeLinuxPlatform(LinuxPlatformOptions options) {
     platform.notificationCenter = std::make_shared<LocalNotificationCenter>();
     platform.userDefaults = std::make_shared<FileUserDefaults>((directory / "UserDefaults.json").string());
     platform.httpTransport = std::make_shared<CurlHttpTransport>();
+    platform.connectivityProbe = std::make_shared<LinuxConnectivityProbe>();
     platform.userNotificationCenter = std::make_shared<NoDeviceUserNotificationCenter>();
     platform.locationProvider = std::make_shared<NoDeviceLocationProvider>(platform.mainQueue);
     platform.application = std::make_shared<HeadlessApplication>(platform.mainQueue, platform.notificationCenter);
