@@ -48,7 +48,8 @@ add_library(drovel_platform_linux STATIC ${platform_sources})
 target_include_directories(drovel_platform_linux
   PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/platform
   PRIVATE ${PROJECT_SOURCE_DIR}/src)
-target_link_libraries(drovel_platform_linux PUBLIC drovel_core CURL::libcurl Threads::Threads)
+# The platform library supplies the module's Manager::shared() on its reference platform.
+target_link_libraries(drovel_platform_linux PUBLIC drovel_notify CURL::libcurl Threads::Threads)
 
 # Command-line tool.
 drovel_sources(cli_sources tools/cli)

@@ -2,11 +2,15 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <unistd.h>
 
+#include "drovel/core/Core.h"
+#include "drovel/notify/Manager.h"
 #include "linux/CurlHttpTransport.h"
 #include "linux/FileUserDefaults.h"
 #include "linux/HeadlessApplication.h"
 #include "linux/HeadlessBackgroundTaskScheduler.h"
+#include "linux/LinuxConnectivityProbe.h"
 #include "linux/LocalNotificationCenter.h"
 #include "linux/NoDeviceLocationProvider.h"
 #include "linux/NoDeviceUserNotificationCenter.h"
@@ -38,6 +42,7 @@ core::Result<Platform> makeLinuxPlatform(LinuxPlatformOptions options) {
     platform.notificationCenter = std::make_shared<LocalNotificationCenter>();
     platform.userDefaults = std::make_shared<FileUserDefaults>((directory / "UserDefaults.json").string());
     platform.httpTransport = std::make_shared<CurlHttpTransport>();
+    platform.connectivityProbe = std::make_shared<LinuxConnectivityProbe>();
     platform.userNotificationCenter = std::make_shared<NoDeviceUserNotificationCenter>();
     platform.locationProvider = std::make_shared<NoDeviceLocationProvider>(platform.mainQueue);
     platform.application = std::make_shared<HeadlessApplication>(platform.mainQueue, platform.notificationCenter);
@@ -54,3 +59,27 @@ core::Result<Platform> makeLinuxPlatform(const std::string& directory) {
 }
 
 }  // namespace drovel::platform
+
+namespace drovel::notify {
+
+// The module's process-wide manager comes from the platform library, which knows the platform to
+// fall back on: a host that installed no default platform gets the Linux reference platform in the
+// default folder (or, when that folder cannot be made, in the temporary directory).
+const std::shared_ptr<Manager>& Manager::shared() {
+    // Never released, like the core library's state it works with.
+    static const auto* instance = [] {
+        if (!platform::hasDefaultPlatform()) {
+            auto made = platform::makeLinuxPlatform(platform::defaultLinuxDirectory());
+            if (!made) {
+                const auto fallback = std::filesystem::temp_directory_path() / ("drovel-" + std::to_string(getuid()));
+                made = platform::makeLinuxPlatform(fallback.string());
+            }
+            if (!made) core::programmingError("No folder for the Linux platform: " + made.error()->description());
+            platform::installDefaultPlatform(std::move(made).value());
+        }
+        return new std::shared_ptr<Manager>(Manager::make(platform::defaultPlatform(), core::Core::shared()));
+    }();
+    return *instance;
+}
+
+}  // namespace drovel::notify

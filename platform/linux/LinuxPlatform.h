@@ -2,8 +2,9 @@
 // The Linux reference platform: a Platform for a host process on Linux.
 //
 // Real seams: user defaults in a JSON file (FileUserDefaults), HTTP through libcurl
-// (CurlHttpTransport), the system clock, an in-process default notification centre, the host's
-// main queue and the global queue. Seams that need a device (notifications, location, beacons)
+// (CurlHttpTransport), a name look-up for connectivity (LinuxConnectivityProbe), the system clock,
+// an in-process default notification centre, the host's main queue and the global queue. Seams
+// that need a device (notifications, location, beacons)
 // are the "no device" ones, which answer truthfully that nothing is available; the simulated
 // device replaces them when a host wants notifications scheduled and fired. The application is
 // headless (starts active, cannot open URLs), and background tasks launch when the host says so.

@@ -50,6 +50,14 @@ bool FakeBackgroundTaskScheduler::registerForTask(std::string identifier, Launch
     return true;
 }
 
+void FakeBackgroundTaskScheduler::unregisterAll() {
+    std::map<std::string, LaunchHandler, std::less<>> dropped;
+    {
+        std::lock_guard lock(mutex_);
+        dropped.swap(handlers_);
+    }
+}
+
 core::ErrorPtr FakeBackgroundTaskScheduler::submit(BackgroundTaskRequest taskRequest) {
     std::lock_guard lock(mutex_);
     submissions_.push_back(std::move(taskRequest));

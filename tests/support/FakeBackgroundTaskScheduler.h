@@ -50,6 +50,9 @@ public:
     // ---- scripting (defaults: registration succeeds, submission is accepted) ----
     void setRegistrationResult(bool result);
     void setSubmitError(core::ErrorPtr error);
+    // Drops every registered launch handler (and what they hold), as the system does when the app
+    // ends; launch() then finds nothing.
+    void unregisterAll();
     // Runs the handler registered under identifier on the calling thread with a new task, and
     // returns the task; nullptr when nothing is registered.
     std::shared_ptr<FakeBackgroundTask> launch(std::string_view identifier,

@@ -12,6 +12,7 @@ FakePlatform::FakePlatform()
       notificationCenter(std::make_shared<platform::LocalNotificationCenter>()),
       userDefaults(std::make_shared<FakeUserDefaults>()),
       httpTransport(std::make_shared<FakeHttpTransport>()),
+      connectivityProbe(std::make_shared<FakeConnectivityProbe>()),
       clock(std::make_shared<FakeClock>()) {}
 
 platform::Platform FakePlatform::platform() const {
@@ -23,6 +24,7 @@ platform::Platform FakePlatform::platform() const {
     p.notificationCenter = notificationCenter;
     p.userDefaults = userDefaults;
     p.httpTransport = httpTransport;
+    p.connectivityProbe = connectivityProbe;
     p.clock = clock;
     p.mainQueue = mainQueue;
     p.globalQueue = globalQueue;

@@ -10,6 +10,7 @@
 #include "support/FakeApplication.h"
 #include "support/FakeBackgroundTaskScheduler.h"
 #include "support/FakeClock.h"
+#include "support/FakeConnectivityProbe.h"
 #include "support/FakeHttpTransport.h"
 #include "support/FakeLocationProvider.h"
 #include "support/FakeUserDefaults.h"
@@ -36,6 +37,7 @@ struct FakePlatform {
     std::shared_ptr<platform::LocalNotificationCenter> notificationCenter;
     std::shared_ptr<FakeUserDefaults> userDefaults;
     std::shared_ptr<FakeHttpTransport> httpTransport;
+    std::shared_ptr<FakeConnectivityProbe> connectivityProbe;
     std::shared_ptr<FakeClock> clock;
     std::map<std::string, std::string, std::less<>> bundleInfo{{"CFBundleShortVersionString", "1.0"},
                                                                 {"CFBundleVersion", "1"}};
