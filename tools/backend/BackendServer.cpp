@@ -157,7 +157,8 @@ void BackendServer::route() {
         logNote = std::to_string(received) + " events, " + std::to_string(added.value().size()) + " new";
     });
 
-    server.set_logger([this](const httplib::Request& request, const httplib::Response& response) {
+    // Logged before the answer is sent, so the lines come in the order the client saw the answers.
+    server.set_post_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         if (!options_.log) return;
         std::string line = requestLine(request) + " " + std::to_string(response.status);
         if (!logNote.empty()) line += " (" + logNote + ")";
