@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <unordered_set>
 
 #include "drovel/core/Logger.h"
 
@@ -150,6 +151,7 @@ SimulatedDevice::SimulatedDevice(SimulatedDeviceOptions options, SimulatedDevice
       notificationCenter_(std::move(options.notificationCenter)),
       flushDelay_(options.flushDelay),
       state_(std::move(state)) {
+    for (const auto& pending : state_.pending) pendingIdentifiers_.insert(pending.request.identifier);
     // A new state file at once, so that the folder always shows the device it holds.
     version_ = 1;
     flush();
@@ -361,6 +363,7 @@ void SimulatedDevice::evaluateRegions(Events& events) {
             exit = beacon.notifyOnExit;
         }
         if (!(pending.inside ? entry : exit)) return false;
+        pendingIdentifiers_.erase(pending.request.identifier);
         fired.push_back(std::move(pending.request));
         return true;
     });
@@ -382,20 +385,27 @@ core::ErrorPtr SimulatedDevice::addRequest(NotificationRequest request) {
         std::lock_guard lock(mutex_);
         if (!permitsNotifications(state_.notifications))
             return core::makeError<UserNotificationError>(UserNotificationError::Code::notificationsNotAllowed);
-        auto same = std::find_if(state_.pending.begin(), state_.pending.end(),
-                                 [&](const auto& pending) { return pending.request.identifier == request.identifier; });
+        // The index spares a scan of a long pending list for every add of a new identifier.
+        auto same = state_.pending.end();
+        if (pendingIdentifiers_.count(request.identifier))
+            same = std::find_if(state_.pending.begin(), state_.pending.end(),
+                                [&](const auto& pending) { return pending.request.identifier == request.identifier; });
         if (same == state_.pending.end() && state_.pending.size() >= state_.pendingLimit)
             return core::makeError<SimulatedDeviceError>("The device already holds " +
                                                          std::to_string(state_.pendingLimit) +
                                                          " pending notification requests, the most it allows");
         events.push_back({SimulatedDeviceEvent::Kind::scheduled, state_.now, request, {}, {}});
         if (!request.trigger) {
-            if (same != state_.pending.end()) state_.pending.erase(same);
+            if (same != state_.pending.end()) {
+                pendingIdentifiers_.erase(same->request.identifier);
+                state_.pending.erase(same);
+            }
             deliver(std::move(request), events);
         } else {
             // Inside already: only the next entry fires it.
             PendingNotification pending{std::move(request), false};
             pending.inside = inside(pending.request);
+            pendingIdentifiers_.insert(pending.request.identifier);
             if (same != state_.pending.end()) *same = std::move(pending);
             else state_.pending.push_back(std::move(pending));
         }
@@ -410,10 +420,11 @@ void SimulatedDevice::removePendingRequests(const std::vector<std::string>& iden
     {
         std::lock_guard lock(mutex_);
         std::vector<std::string> removed;
+        const std::unordered_set<std::string_view> wanted(identifiers.begin(), identifiers.end());
         std::erase_if(state_.pending, [&](const PendingNotification& pending) {
-            if (std::find(identifiers.begin(), identifiers.end(), pending.request.identifier) == identifiers.end())
-                return false;
+            if (!wanted.count(pending.request.identifier)) return false;
             removed.push_back(pending.request.identifier);
+            pendingIdentifiers_.erase(pending.request.identifier);
             return true;
         });
         if (removed.empty()) return;

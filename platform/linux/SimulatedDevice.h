@@ -34,6 +34,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <unordered_set>
 #include <vector>
 
 #include "drovel/core/Error.h"
@@ -197,6 +198,8 @@ private:
 
     mutable std::mutex mutex_;
     SimulatedDeviceState state_;
+    // The identifiers in state_.pending.
+    std::unordered_set<std::string> pendingIdentifiers_;
     std::chrono::steady_clock::time_point steady_;
     std::uint64_t version_ = 0;
     bool stopping_ = false;
