@@ -7,6 +7,7 @@
 #include "drovel/notify/NotifyNotificationsResponse.h"
 #include "drovel/platform/Location.h"
 #include "support/RunCommand.h"
+#include "template/Render.h"
 #include "support/TempDirectory.h"
 
 namespace drovel::backend {
@@ -145,6 +146,26 @@ TEST(CatalogueTest, TheBundledCityCatalogueServesADownloadTheModuleDecodes) {
     EXPECT_EQ(beaconPairs, 2);
     EXPECT_EQ(deferred, 1);
     EXPECT_EQ(repeating, 1);
+
+    // Every text renders cleanly, whether the host gave its values or not.
+    std::vector<std::string> texts;
+    auto collect = [&](const notify::NotifyCampaignContent& content) {
+        if (content.deepLinkURL()) texts.push_back(*content.deepLinkURL());
+        if (content.notification() && content.notification()->title()) texts.push_back(*content.notification()->title());
+        if (content.notification() && content.notification()->body()) texts.push_back(*content.notification()->body());
+        if (content.metadata())
+            for (const auto& [key, value] : *content.metadata()) texts.push_back(value);
+    };
+    for (const auto& pair : decoded.value().data) collect(pair.content);
+    for (const auto& campaign : *decoded.value().included.campaigns) collect(campaign.content());
+    const std::map<std::string, std::string> host = {{"first_name", "Ann"}, {"tier", "gold"}, {"loyalty_id", "m 42"}};
+    for (const auto& app : {std::map<std::string, std::string>{}, host}) {
+        for (const auto& text : texts) {
+            auto rendering = templating::renderTemplate(text, templating::makeAppContext(app));
+            EXPECT_TRUE(rendering.parseErrors.empty()) << text << ": " << rendering.parseErrors.front();
+            EXPECT_FALSE(rendering.output.empty() || rendering.abandoned) << text;
+        }
+    }
 
     // The command-line decoder agrees.
     auto decode = testing::runCommand(testing::cliCommand({"decode", "-"}), answer);
