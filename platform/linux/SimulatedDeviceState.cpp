@@ -3,7 +3,9 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <utility>
 
 #include "core/JsonReader.h"
@@ -112,12 +114,22 @@ Beacon readBeacon(JsonReader& reader, JsonValue value) {
     return beacon;
 }
 
+// Whether the C library has the zone ("" stands for the process's own): a file of the time-zone
+// database, where TZDIR says or in the usual place. An unknown name would silently mean UTC.
+bool knownTimeZone(std::string_view zone) {
+    if (zone.empty()) return true;
+    const char* directory = std::getenv("TZDIR");
+    std::filesystem::path file = std::filesystem::path(directory && *directory ? directory : "/usr/share/zoneinfo") / zone;
+    std::error_code error;
+    return std::filesystem::is_regular_file(file, error);
+}
+
 // Reads one settings key; false when the key is not a settings key.
 bool readSetting(JsonReader& reader, std::string_view key, JsonValue value, SimulatedDeviceSettings& settings) {
     if (key == "time_zone") {
         std::string_view zone = reader.string(value);
         // An IANA name, as the C library finds it under /usr/share/zoneinfo.
-        if (zone.size() > 64 || zone.find("..") != std::string_view::npos || zone.find(',') != std::string_view::npos)
+        if (zone.size() > 64 || zone.find("..") != std::string_view::npos || !knownTimeZone(zone))
             reader.fail("expected a time-zone name such as \"America/New_York\"");
         settings.timeZone = std::string(zone);
     } else if (key == "position") {

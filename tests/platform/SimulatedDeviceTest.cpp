@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "linux/SimulatedDevice.h"
+#include "support/ScopedTimeZone.h"
 #include "support/TempDirectory.h"
 
 namespace drovel::platform {
@@ -223,6 +224,8 @@ TEST_F(SimulatedDeviceTest, TheClockMovesOnlyWhenTold) {
 }
 
 TEST_F(SimulatedDeviceTest, TheStateSurvivesReopeningTheFolder) {
+    // The device's time zone becomes the process's; put the old one back afterwards.
+    testing::ScopedTimeZone zone("America/New_York");
     {
         auto device = open();
         SimulatedDeviceSettings settings;
@@ -246,6 +249,7 @@ TEST_F(SimulatedDeviceTest, TheStateSurvivesReopeningTheFolder) {
     SimulatedDeviceState state = device->state();
     EXPECT_EQ(state.now, kStart + 2s);
     EXPECT_EQ(state.timeZone, "America/New_York");
+    EXPECT_STREQ(std::getenv("TZ"), "America/New_York");
     EXPECT_EQ(state.appState, ApplicationState::background);
     EXPECT_EQ(state.osVersion, 12);
     EXPECT_FALSE(state.online);
@@ -276,6 +280,8 @@ TEST_F(SimulatedDeviceTest, AMalformedStateFileIsRefusedWithItsProblem) {
         {R"({"os_version": 1e300})", "os_version"},
         {R"({"pending_limit": -1})", "pending_limit: expected an integer from 0 to 1000000"},
         {R"({"colour": "red"})", "colour: unknown key"},
+        {R"({"time_zone": "Mars/Olympus_Mons"})", "time_zone: expected a time-zone name"},
+        {R"({"time_zone": "../../etc/passwd"})", "time_zone: expected a time-zone name"},
         {R"({"now": "yesterday"})", "now: expected a date"},
         {R"({"beacons": [{"uuid": "nope"}]})", "beacons[0].uuid: expected a UUID"},
         {R"({"pending": [{"inside": true}]})", "pending[0]: missing required key 'request'"},
