@@ -51,20 +51,20 @@ target_include_directories(drovel_platform_linux
 # The platform library supplies the module's Manager::shared() on its reference platform.
 target_link_libraries(drovel_platform_linux PUBLIC drovel_notify CURL::libcurl Threads::Threads)
 
+# Sample backend (served by `drovel-notify backend`, embedded by the simulator).
+drovel_sources(backend_sources tools/backend)
+add_library(drovel_backend STATIC ${backend_sources})
+target_include_directories(drovel_backend
+  PUBLIC ${PROJECT_SOURCE_DIR}/tools
+  PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(drovel_backend PUBLIC drovel_notify PRIVATE PkgConfig::HTTPLIB)
+
 # Command-line tool.
 drovel_sources(cli_sources tools/cli)
 add_executable(drovel-notify ${cli_sources})
 target_include_directories(drovel-notify PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tools)
-target_link_libraries(drovel-notify PRIVATE drovel_notify drovel_platform_linux CLI11::CLI11)
+target_link_libraries(drovel-notify PRIVATE drovel_notify drovel_platform_linux drovel_backend CLI11::CLI11)
 target_compile_definitions(drovel-notify PRIVATE DROVEL_VERSION="${PROJECT_VERSION}")
-
-# Sample backend.
-file(GLOB backend_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/backend/*.cpp)
-if(backend_sources)
-  add_executable(drovel-backend ${backend_sources})
-  target_include_directories(drovel-backend PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tools)
-  target_link_libraries(drovel-backend PRIVATE drovel_core PkgConfig::HTTPLIB CLI11::CLI11)
-endif()
 
 if(DROVEL_BUILD_TESTS)
   enable_testing()
@@ -96,6 +96,9 @@ if(DROVEL_BUILD_TESTS)
       gtest_discover_tests(tests_${area} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
     endif()
   endforeach()
+  if(TARGET tests_backend)
+    target_link_libraries(tests_backend PRIVATE drovel_backend)
+  endif()
 endif()
 
 if(DROVEL_BUILD_BENCHMARKS)

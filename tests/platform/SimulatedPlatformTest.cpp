@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "drovel/platform/NotificationCenter.h"
+#include "linux/SimulatedPlatform.h"
+#include "support/TempDirectory.h"
+
+namespace drovel::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::TempDirectory;
+
+constexpr const char* kUUID = "E2C56DB5-DFFB-48D2-B060-D0F5A71096E0";
+const Date kStart = Date(std::chrono::seconds(1795269600));  // 2026-11-21T14:00:00Z
+
+// Keeps the reports of the location service with the device time they arrived at.
+class ReportLog : public LocationProviderDelegate {
+public:
+    explicit ReportLog(std::shared_ptr<SimulatedDevice> device) : device_(std::move(device)) {}
+
+    void locationManager(LocationProvider&, const std::vector<Location>& locations) override {
+        positions.push_back(locations);
+    }
+    void locationManager(LocationProvider&, core::ErrorPtr error) override { failures.push_back(error->description()); }
+    void locationManager(LocationProvider& provider, const std::vector<Beacon>& beacons,
+                         const BeaconIdentityConstraint& constraint) override {
+        ranges.push_back({beacons, device_->now()});
+        if (stopAfter && ranges.size() >= *stopAfter) provider.stopRangingBeacons(constraint);
+    }
+    void locationManager(LocationProvider&, const BeaconIdentityConstraint&, core::ErrorPtr error) override {
+        failures.push_back(error->description());
+    }
+    void locationManager(LocationProvider& provider, const std::vector<Beacon>& beacons, const BeaconRegion& region) override {
+        ranges.push_back({beacons, device_->now()});
+        provider.stopRangingBeacons(region);
+    }
+    void locationManager(LocationProvider&, const BeaconRegion&, core::ErrorPtr error) override {
+        failures.push_back(error->description());
+    }
+
+    struct Range {
+        std::vector<Beacon> beacons;
+        Date at;
+    };
+    std::vector<std::vector<Location>> positions;
+    std::vector<Range> ranges;
+    std::vector<std::string> failures;
+    std::optional<std::size_t> stopAfter;
+
+private:
+    std::shared_ptr<SimulatedDevice> device_;
+};
+
+class SimulatedPlatformTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        SimulatedDeviceState fresh;
+        fresh.now = kStart;
+        fresh.position = LocationCoordinate{40.7128, -74.006};
+        auto made = makeSimulatedPlatform({directory.file("device"), {}, nullptr, fresh});
+        ASSERT_TRUE(made) << made.error()->description();
+        simulated = std::move(made).value();
+        device = simulated.device;
+        log = std::make_shared<ReportLog>(device);
+        simulated.platform.locationProvider->setDelegate(log);
+    }
+    bool pumpUntil(const std::function<bool()>& done) { return simulated.platform.mainQueue->runUntil(done, 10s); }
+
+    TempDirectory directory;
+    SimulatedPlatform simulated;
+    std::shared_ptr<SimulatedDevice> device;
+    std::shared_ptr<ReportLog> log;
+};
+
+TEST_F(SimulatedPlatformTest, EverySeamIsTheDevicesOwn) {
+    const Platform& platform = simulated.platform;
+    EXPECT_EQ(platform.clock->now(), kStart);
+    EXPECT_EQ(platform.applicationSupportDirectory, directory.file("device/ApplicationSupport"));
+    EXPECT_EQ(platform.systemMajorVersion, 17);
+    EXPECT_TRUE(platform.userDefaults && platform.mainQueue && platform.globalQueue && platform.notificationCenter);
+
+    std::vector<std::string> broadcasts;
+    platform.notificationCenter->addObserver("", [&](const Notification& n) { broadcasts.push_back(n.name); });
+    device->setAppState(ApplicationState::background);
+    EXPECT_EQ(platform.application->applicationState(), ApplicationState::background);
+    device->setAppState(ApplicationState::active);
+    EXPECT_EQ(broadcasts, (std::vector<std::string>{"UIApplicationWillResignActiveNotification",
+                                                    "UIApplicationDidEnterBackgroundNotification",
+                                                    "UIApplicationWillEnterForegroundNotification",
+                                                    "UIApplicationDidBecomeActiveNotification"}));
+
+    std::vector<std::string> opened;
+    device->addObserver([&](const SimulatedDeviceEvent& event) {
+        if (event.kind == SimulatedDeviceEvent::Kind::openedURL) opened.push_back(event.url);
+    });
+    bool success = false;
+    platform.application->open("shop://offers/7", {}, [&](bool ok) { success = ok; });
+    EXPECT_TRUE(pumpUntil([&] { return success; }));
+    EXPECT_EQ(opened, (std::vector<std::string>{"shop://offers/7"}));
+}
+
+TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
+    auto& center = *simulated.platform.userNotificationCenter;
+    NotificationRequest request;
+    request.identifier = "drovel.notify 7";
+    request.trigger = NotificationTrigger{CircularRegion{"drovel.notify 7", {40.0, -74.0}, 100, true, false}, false};
+    std::promise<core::ErrorPtr> added;
+    center.add(request, [&](core::ErrorPtr error) { added.set_value(error); });
+    EXPECT_EQ(added.get_future().get(), nullptr);
+
+    std::promise<std::vector<NotificationRequest>> pending;
+    center.getPendingNotificationRequests([&](auto requests) { pending.set_value(std::move(requests)); });
+    EXPECT_EQ(pending.get_future().get(), std::vector<NotificationRequest>{request});
+    center.removePendingNotificationRequests({"drovel.notify 7"});
+    EXPECT_TRUE(device->pendingRequests().empty());
+
+    SimulatedDeviceSettings undecided;
+    undecided.notifications = NotificationAuthorizationStatus::notDetermined;
+    device->apply(undecided);
+    std::promise<NotificationSettings> before;
+    center.getNotificationSettings([&](NotificationSettings settings) { before.set_value(settings); });
+    EXPECT_FALSE(before.get_future().get().permitsNotifications());
+    std::promise<bool> granted;
+    center.requestAuthorization({true, true, true, false}, [&](bool ok, core::ErrorPtr) { granted.set_value(ok); });
+    EXPECT_TRUE(granted.get_future().get());
+    EXPECT_EQ(device->notificationAuthorization(), NotificationAuthorizationStatus::authorized);
+}
+
+TEST_F(SimulatedPlatformTest, PositionRequestsAnswerFromTheDevice) {
+    auto& provider = *simulated.platform.locationProvider;
+    provider.requestLocation();
+    ASSERT_TRUE(pumpUntil([&] { return log->positions.size() == 1; }));
+    ASSERT_EQ(log->positions[0].size(), 1u);
+    EXPECT_EQ(log->positions[0][0].coordinate, (LocationCoordinate{40.7128, -74.006}));
+    EXPECT_EQ(log->positions[0][0].timestamp, kStart);
+
+    device->setPosition(std::nullopt);
+    provider.requestLocation();
+    SimulatedDeviceSettings off;
+    off.locationServices = false;
+    ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 1; }));
+    device->apply(off);
+    EXPECT_FALSE(provider.locationServicesEnabled());
+    provider.requestLocation();
+    ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 2; }));
+    EXPECT_EQ(log->failures, (std::vector<std::string>{
+                                 "The operation couldn\u2019t be completed. (kCLErrorDomain error 0.)",
+                                 "The operation couldn\u2019t be completed. (kCLErrorDomain error 1.)"}));
+}
+
+TEST_F(SimulatedPlatformTest, RangingReportsOncePerSimulatedSecondUntilStopped) {
+    Beacon near;
+    near.uuid = kUUID;
+    near.major = 3;
+    near.minor = 9;
+    near.accuracy = 0.8;
+    Beacon far = near;
+    far.minor = 10;
+    far.accuracy = 12;
+    Beacon other = near;
+    other.major = 4;
+    device->setBeacons({far, other, near});
+    log->stopAfter = 3;
+    auto& provider = *simulated.platform.locationProvider;
+    provider.startRangingBeacons(BeaconIdentityConstraint{kUUID, 3, std::nullopt});
+    ASSERT_TRUE(pumpUntil([&] { return simulated.locationProvider->activeRangingCount() == 0; }));
+    simulated.platform.mainQueue->drain();
+
+    ASSERT_EQ(log->ranges.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(log->ranges[i].at, kStart + std::chrono::seconds(i + 1));
+    ASSERT_EQ(log->ranges[0].beacons.size(), 2u);
+    EXPECT_EQ(log->ranges[0].beacons[0].minor, 9);  // nearest first
+    EXPECT_EQ(log->ranges[0].beacons[0].proximity, BeaconProximity::near);
+    EXPECT_EQ(log->ranges[0].beacons[1].proximity, BeaconProximity::far);
+    EXPECT_EQ(log->ranges[0].beacons[0].timestamp, kStart + 1s);
+
+    // The older form of ranging, by region.
+    provider.startRangingBeacons(BeaconRegion{"DrovelNotify.Site", kUUID, std::nullopt, std::nullopt, true, true});
+    ASSERT_TRUE(pumpUntil([&] { return log->ranges.size() == 4; }));
+    EXPECT_EQ(log->ranges[3].beacons.size(), 3u);
+}
+
+TEST_F(SimulatedPlatformTest, RangingFailsWhenTheDeviceCannotRangeAndEndsWhenNobodyStopsIt) {
+    SimulatedDeviceSettings noRanging;
+    noRanging.rangingAvailable = false;
+    device->apply(noRanging);
+    auto& provider = *simulated.platform.locationProvider;
+    provider.startRangingBeacons(BeaconIdentityConstraint{kUUID, std::nullopt, std::nullopt});
+    ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 1; }));
+    EXPECT_EQ(log->failures[0], "The operation couldn\u2019t be completed. (kCLErrorDomain error 16.)");
+
+    noRanging.rangingAvailable = true;
+    device->apply(noRanging);
+    provider.startRangingBeacons(BeaconIdentityConstraint{kUUID, std::nullopt, std::nullopt});
+    ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 2; }));
+    EXPECT_EQ(log->ranges.size(), std::size_t{SimulatedLocationProvider::kMaxRangingReports});
+    EXPECT_EQ(log->failures[1], "The operation couldn\u2019t be completed. (kCLErrorDomain error 17.)");
+    EXPECT_EQ(simulated.locationProvider->activeRangingCount(), 0u);
+}
+
+TEST_F(SimulatedPlatformTest, AnOfflineDeviceReachesNothing) {
+    device->setOnline(false);
+    std::promise<bool> reachable;
+    simulated.platform.connectivityProbe->probe(100ms, [&](bool ok) { reachable.set_value(ok); });
+    EXPECT_FALSE(reachable.get_future().get());
+
+    std::promise<HttpResult> result;
+    simulated.platform.httpTransport->send({HttpMethod::get, "http://127.0.0.1:9/x", {}, {}},
+                                           [&](HttpResult r) { result.set_value(std::move(r)); });
+    auto answer = result.get_future().get();
+    ASSERT_TRUE(std::holds_alternative<TransportError>(answer));
+    EXPECT_EQ(std::get<TransportError>(answer).kind, TransportErrorKind::cannotConnect);
+
+    device->setOnline(true);
+    std::promise<bool> back;
+    simulated.platform.connectivityProbe->probe(100ms, [&](bool ok) { back.set_value(ok); });
+    EXPECT_TRUE(back.get_future().get());
+}
+
+}  // namespace
+}  // namespace drovel::platform
