@@ -8,14 +8,16 @@
 
 namespace drovel::notify {
 
+std::optional<std::string> Manager::backgroundTaskIdentifier() const {
+    std::lock_guard lock(mutex_);
+    if (!bgTaskIdentifier_ || bgTaskIdentifier_->empty()) return std::nullopt;
+    return bgTaskIdentifier_;
+}
+
 void Manager::setupBGAppRefresh() {
     constexpr std::string_view function = "setupBGAppRefresh()";
-    std::optional<std::string> identifier;
-    {
-        std::lock_guard lock(mutex_);
-        identifier = bgTaskIdentifier_;
-    }
-    if (!identifier || identifier->empty()) return;
+    auto identifier = backgroundTaskIdentifier();
+    if (!identifier) return;
     managerLog().verbose("SyncDebug: Setting up BGAppRefreshTask with identifier " + *identifier,
                          DROVEL_SOURCE(kManagerFile, function));
     // The launch handler holds the manager strongly: a launched task must be able to finish its
@@ -49,12 +51,8 @@ void Manager::setupBGAppRefresh() {
 
 void Manager::scheduleBackgroundSyncTask() {
     constexpr std::string_view function = "scheduleBackgroundSyncTask()";
-    std::optional<std::string> identifier;
-    {
-        std::lock_guard lock(mutex_);
-        identifier = bgTaskIdentifier_;
-    }
-    if (!identifier || identifier->empty()) return;
+    auto identifier = backgroundTaskIdentifier();
+    if (!identifier) return;
     managerLog().verbose("SyncDebug: Scheduling BGAppRefreshTask...", DROVEL_SOURCE(kManagerFile, function));
     platform::BackgroundTaskRequest request;
     request.identifier = *identifier;

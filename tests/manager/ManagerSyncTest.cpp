@@ -201,7 +201,9 @@ TEST(ManagerSyncTest, EveryFailureReachesTheCallbackWithItsLogAndEvent) {
         row.script(h);
         if (row.enable) h.enable();
         auto error = h.syncAndWait(true);
-        if (row.type) EXPECT_EQ(errorType(error), row.type);
+        if (row.type) {
+            EXPECT_EQ(errorType(error), row.type);
+        }
         if (row.check) row.check(error);
         EXPECT_TRUE(logs->contains(row.log));
         EXPECT_EQ(logs->contains("SyncDebug: Logging SDK error events"), row.sdkEvent);

@@ -155,6 +155,8 @@ private:
     void performSyncIfNeeded();
 
     // ---- background work (ManagerBackground.cpp) ----
+    // The refresh task's identifier; none when the host gave none (or an empty one).
+    std::optional<std::string> backgroundTaskIdentifier() const;
     void setupBGAppRefresh();
     void scheduleBackgroundSyncTask();
     void handleBackgroundSyncTask(std::shared_ptr<platform::BackgroundTask> task);
