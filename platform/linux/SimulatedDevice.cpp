@@ -176,11 +176,6 @@ std::string SimulatedDevice::statePath() const { return (fs::path(directory_) / 
 
 // ---- clock ----
 
-Date SimulatedDevice::now() const {
-    std::lock_guard lock(mutex_);
-    return state_.now;
-}
-
 std::chrono::steady_clock::time_point SimulatedDevice::steadyNow() const {
     std::lock_guard lock(mutex_);
     return steady_;
@@ -277,38 +272,26 @@ void SimulatedDevice::walk(LocationCoordinate to, double speedMetersPerSecond) {
     }
 }
 
-bool SimulatedDevice::online() const {
+template <class T>
+T SimulatedDevice::read(T SimulatedDeviceState::*member) const {
     std::lock_guard lock(mutex_);
-    return state_.online;
+    return state_.*member;
 }
-ApplicationState SimulatedDevice::appState() const {
-    std::lock_guard lock(mutex_);
-    return state_.appState;
-}
-std::optional<LocationCoordinate> SimulatedDevice::position() const {
-    std::lock_guard lock(mutex_);
-    return state_.position;
-}
+
+bool SimulatedDevice::online() const { return read(&SimulatedDeviceState::online); }
+ApplicationState SimulatedDevice::appState() const { return read(&SimulatedDeviceState::appState); }
+std::optional<LocationCoordinate> SimulatedDevice::position() const { return read(&SimulatedDeviceState::position); }
 NotificationAuthorizationStatus SimulatedDevice::notificationAuthorization() const {
-    std::lock_guard lock(mutex_);
-    return state_.notifications;
+    return read(&SimulatedDeviceState::notifications);
 }
-AuthorizationStatus SimulatedDevice::locationAuthorization() const {
-    std::lock_guard lock(mutex_);
-    return state_.location;
+AuthorizationStatus SimulatedDevice::locationAuthorization() const { return read(&SimulatedDeviceState::location); }
+bool SimulatedDevice::locationServicesEnabled() const { return read(&SimulatedDeviceState::locationServices); }
+bool SimulatedDevice::rangingAvailable() const { return read(&SimulatedDeviceState::rangingAvailable); }
+int SimulatedDevice::osVersion() const { return read(&SimulatedDeviceState::osVersion); }
+std::vector<DeliveredNotification> SimulatedDevice::deliveredNotifications() const {
+    return read(&SimulatedDeviceState::delivered);
 }
-bool SimulatedDevice::locationServicesEnabled() const {
-    std::lock_guard lock(mutex_);
-    return state_.locationServices;
-}
-bool SimulatedDevice::rangingAvailable() const {
-    std::lock_guard lock(mutex_);
-    return state_.rangingAvailable;
-}
-int SimulatedDevice::osVersion() const {
-    std::lock_guard lock(mutex_);
-    return state_.osVersion;
-}
+Date SimulatedDevice::now() const { return read(&SimulatedDeviceState::now); }
 
 std::vector<Beacon> SimulatedDevice::beaconsMatching(const BeaconIdentityConstraint& constraint) const {
     std::lock_guard lock(mutex_);
@@ -440,11 +423,6 @@ std::vector<NotificationRequest> SimulatedDevice::pendingRequests() const {
     requests.reserve(state_.pending.size());
     for (const auto& pending : state_.pending) requests.push_back(pending.request);
     return requests;
-}
-
-std::vector<DeliveredNotification> SimulatedDevice::deliveredNotifications() const {
-    std::lock_guard lock(mutex_);
-    return state_.delivered;
 }
 
 std::optional<NotificationResponse> SimulatedDevice::tap(std::string_view identifier) {

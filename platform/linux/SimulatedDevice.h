@@ -185,6 +185,9 @@ private:
     void deliver(NotificationRequest request, Events& events);
     // Whether the device is within the request's region now. mutex_ held.
     bool inside(const NotificationRequest& request) const;
+    // One field of the state, read under the lock.
+    template <class T>
+    T read(T SimulatedDeviceState::*member) const;
     // Marks the state changed for the writer. mutex_ held.
     void changed();
     // Calls the observers. No lock held.
