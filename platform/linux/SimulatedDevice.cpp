@@ -377,7 +377,7 @@ core::ErrorPtr SimulatedDevice::addRequest(NotificationRequest request) {
             return core::makeError<SimulatedDeviceError>("The device already holds " +
                                                          std::to_string(state_.pendingLimit) +
                                                          " pending notification requests, the most it allows");
-        events.push_back({SimulatedDeviceEvent::Kind::scheduled, state_.now, request, {}, {}});
+        if (observed_) events.push_back({SimulatedDeviceEvent::Kind::scheduled, state_.now, request, {}, {}});
         if (!request.trigger) {
             if (same != state_.pending.end()) {
                 pendingIdentifiers_.erase(same->request.identifier);
@@ -458,12 +458,14 @@ SimulatedDevice::ObserverId SimulatedDevice::addObserver(Observer observer) {
     std::lock_guard lock(observersMutex_);
     ObserverId id = nextObserver_++;
     observers_.emplace(id, std::make_shared<Observer>(std::move(observer)));
+    observed_ = true;
     return id;
 }
 
 void SimulatedDevice::removeObserver(ObserverId id) {
     std::lock_guard lock(observersMutex_);
     observers_.erase(id);
+    observed_ = !observers_.empty();
 }
 
 void SimulatedDevice::publish(const Events& events) {
@@ -481,7 +483,8 @@ void SimulatedDevice::publish(const Events& events) {
 
 void SimulatedDevice::changed() {
     ++version_;
-    changedCondition_.notify_one();
+    // Only an idle writer needs waking; a writer waiting for a pause looks at the version itself.
+    if (writerIdle_) changedCondition_.notify_one();
 }
 
 void SimulatedDevice::writerLoop() {
@@ -489,10 +492,17 @@ void SimulatedDevice::writerLoop() {
     // A failed write is tried again at the next change, not in a loop.
     std::uint64_t attempted = writtenVersion_;
     while (!stopping_) {
+        writerIdle_ = true;
         changedCondition_.wait(lock, [&] { return stopping_ || version_ != attempted; });
+        writerIdle_ = false;
         if (stopping_) break;
-        // Let a burst of changes (a walk, a sync's adds) end before writing them all at once.
-        changedCondition_.wait_for(lock, flushDelay_, [this] { return stopping_; });
+        // Let a burst of changes (a walk, a sync's adds) end before writing them all at once: wait
+        // for a pause of flushDelay, but not longer than 50 such delays in all.
+        const auto deadline = std::chrono::steady_clock::now() + 50 * flushDelay_;
+        for (std::uint64_t seen = version_; std::chrono::steady_clock::now() < deadline; seen = version_) {
+            changedCondition_.wait_for(lock, flushDelay_, [this] { return stopping_; });
+            if (stopping_ || version_ == seen) break;
+        }
         attempted = version_;
         lock.unlock();
         flush();
@@ -502,14 +512,17 @@ void SimulatedDevice::writerLoop() {
 
 bool SimulatedDevice::flush() {
     std::lock_guard writeLock(writeMutex_);
-    std::string text;
+    std::optional<SimulatedDeviceState> snapshot;
     std::uint64_t version;
     {
         std::lock_guard lock(mutex_);
         version = version_;
         if (version == writtenVersion_) return true;
-        text = encodeSimulatedDeviceState(state_);
+        // A copy costs the device's users less waiting than encoding under the lock.
+        snapshot = state_;
     }
+    const std::string text = encodeSimulatedDeviceState(*snapshot);
+    snapshot.reset();
     std::string failure = replaceFile(statePath(), text);
     if (!failure.empty()) {
         logger().error("Failed to write the device state: " + failure, DROVEL_SOURCE("SimulatedDevice", "flush()"));

@@ -4,8 +4,9 @@
 //
 // Device folder: "<dir>/Device.json" holds the state (SimulatedDeviceState.h describes the form),
 // "<dir>/UserDefaults.json" the user defaults, "<dir>/ApplicationSupport" the app's files (the
-// same layout as the Linux platform's data folder). The state file is rewritten atomically shortly
-// after each change (changes are coalesced for flushDelay), at synchronize() and at destruction.
+// same layout as the Linux platform's data folder). The state file is rewritten atomically once the
+// changes pause for flushDelay (at the latest 50 flushDelays after a change, so a process killed
+// in a burst loses at most that much), at synchronize() and at destruction.
 //
 // Time is simulated: nothing moves the clock except advance(), advanceTo(), setNow(), a walk, and
 // ranging (each ranging report moves the clock one second, as a phone reports about once a second).
@@ -23,6 +24,7 @@
 // Thread-safe. Observers are called on the thread that made the change, after the change, with no
 // lock of the device held; they may call the device.
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -206,10 +208,13 @@ private:
     std::chrono::steady_clock::time_point steady_;
     std::uint64_t version_ = 0;
     bool stopping_ = false;
+    bool writerIdle_ = false;
     std::condition_variable changedCondition_;
 
     std::mutex observersMutex_;
     std::map<ObserverId, std::shared_ptr<Observer>> observers_;
+    // Whether anybody listens; spares building the events of a sync's thousands of adds otherwise.
+    std::atomic<bool> observed_{false};
     ObserverId nextObserver_ = 1;
 
     std::mutex writeMutex_;
