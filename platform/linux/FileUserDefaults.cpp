@@ -178,7 +178,18 @@ bool FileUserDefaults::flush() {
         return false;
     }
     writtenVersion_ = version;
+    written_.notify_all();
     return true;
+}
+
+bool FileUserDefaults::waitUntilWritten(std::chrono::milliseconds timeout) {
+    std::uint64_t target;
+    {
+        std::lock_guard lock(mutex_);
+        target = version_;
+    }
+    std::unique_lock lock(writeMutex_);
+    return written_.wait_for(lock, timeout, [&] { return writtenVersion_ >= target; });
 }
 
 }  // namespace drovel::platform

@@ -41,6 +41,9 @@ public:
     DefaultsDictionary dictionaryRepresentation() const override;
     // Writes pending changes now (and retries a write that failed); false when writing failed.
     bool synchronize() override;
+    // Waits until every change made before the call is in the file, without writing it itself;
+    // false when timeout passes first. For tests and tools that watch the background writer.
+    bool waitUntilWritten(std::chrono::milliseconds timeout);
 
 private:
     // Reads the file into values_.
@@ -63,6 +66,7 @@ private:
 
     // Serialises writes; guards writtenVersion_.
     std::mutex writeMutex_;
+    std::condition_variable written_;
     std::uint64_t writtenVersion_ = 0;
 
     std::thread writer_;

@@ -79,9 +79,7 @@ TEST(FileUserDefaultsTest, ChangesReachTheFileWithoutSynchronize) {
     const std::string path = directory.file("d.json");
     FileUserDefaults defaults(path);
     for (int i = 0; i < 100; ++i) defaults.setInteger("n", i);
-    auto deadline = std::chrono::steady_clock::now() + 5s;
-    while (FileUserDefaults(path).integer("n") != 99 && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(5ms);
+    ASSERT_TRUE(defaults.waitUntilWritten(30s));
     EXPECT_EQ(FileUserDefaults(path).integer("n"), 99);
 }
 
@@ -182,18 +180,33 @@ TEST(FileUserDefaultsTest, AHalfWrittenTemporaryFileLeavesTheOldValuesReadable) 
 TEST(FileUserDefaultsTest, KillingAWriterAtAnyMomentLeavesAConsistentFile) {
     TempDirectory directory;
     const std::string path = directory.file("d.json");
+    // The child tells the parent (through a pipe) once its first write is in the file, after a
+    // number of changes that differs by round, and goes on changing; the kill then lands wherever
+    // the writer happens to be.
     for (int round = 0; round < 5; ++round) {
+        int pipeEnds[2];
+        ASSERT_EQ(pipe(pipeEnds), 0);
         pid_t child = fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
+            close(pipeEnds[0]);
             // Every write keeps the invariant a == b, with a growing payload.
             FileUserDefaults defaults(path);
+            const std::int64_t signalAfter = 1 + 700 * round;
             for (std::int64_t i = 0;; ++i) {
                 DefaultsDictionary pair{{"a", i}, {"b", i}, {"pad", std::string(static_cast<std::size_t>(i % 5000), 'x')}};
                 defaults.setDictionary("pair", pair);
+                if (i == signalAfter) {
+                    if (!defaults.synchronize()) _exit(1);
+                    char written = 'w';
+                    if (write(pipeEnds[1], &written, 1) != 1) _exit(1);
+                }
             }
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(30 + 17 * round));
+        close(pipeEnds[1]);
+        char written = 0;
+        ssize_t got = read(pipeEnds[0], &written, 1);
+        close(pipeEnds[0]);
         kill(child, SIGKILL);
         int status = 0;
         waitpid(child, &status, 0);
@@ -201,13 +214,10 @@ TEST(FileUserDefaultsTest, KillingAWriterAtAnyMomentLeavesAConsistentFile) {
         ScopedLogCapture log;
         FileUserDefaults defaults(path);
         EXPECT_TRUE(log->messages(core::LogLevel::error).empty()) << "round " << round;
+        ASSERT_EQ(got, 1) << "round " << round << ": the writer ended before its first write";
         auto pair = defaults.dictionary("pair");
-        if (round > 0) {
-            ASSERT_TRUE(pair) << "round " << round;
-        }
-        if (pair) {
-            EXPECT_EQ(pair->at("a"), pair->at("b"));
-        }
+        ASSERT_TRUE(pair) << "round " << round;
+        EXPECT_EQ(pair->at("a"), pair->at("b"));
     }
 }
 

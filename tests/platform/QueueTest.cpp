@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <latch>
 #include <thread>
 
 #include "drovel/platform/DispatchQueue.h"
@@ -43,14 +44,17 @@ TEST(DispatchQueueTest, RunsJobsOneAtATimeInQueueOrderPerProducer) {
 TEST(DispatchQueueTest, SyncRunsOnTheQueueAfterEarlierJobsAndReturnsTheValue) {
     DispatchQueue queue("test.sync");
     std::vector<int> order;
+    std::latch release(1);
     queue.async([&] {
-        std::this_thread::sleep_for(20ms);
+        release.wait();  // still busy when sync is called, unless the opener is very quick
         order.push_back(1);
     });
+    std::thread opener([&] { release.count_down(); });
     int value = queue.sync([&] {
         order.push_back(2);
         return queue.isCurrent() ? 42 : -1;
     });
+    opener.join();
     EXPECT_EQ(value, 42);
     EXPECT_EQ(order, (std::vector<int>{1, 2}));
     EXPECT_FALSE(queue.isCurrent());
@@ -60,8 +64,10 @@ TEST(DispatchQueueTest, DestructionRunsTheJobsAlreadyQueued) {
     std::atomic<int> ran{0};
     {
         DispatchQueue queue("test.destroy");
-        queue.async([] { std::this_thread::sleep_for(20ms); });
+        std::latch release(1);
+        queue.async([&] { release.wait(); });
         for (int i = 0; i < 10; ++i) queue.async([&] { ++ran; });
+        release.count_down();  // the ten jobs are still queued as the destructor begins
     }
     EXPECT_EQ(ran.load(), 10);
 }
@@ -121,10 +127,7 @@ TEST(DispatchGroupTest, WaitReturnsAfterTheLastLeaveAndNotifyFiresOnce) {
     queue->sync([] {});
     EXPECT_EQ(notified.load(), 0);
 
-    std::thread leaver([&] {
-        std::this_thread::sleep_for(20ms);
-        group.leave();
-    });
+    std::thread leaver([&] { group.leave(); });
     group.wait();
     leaver.join();
     queue->sync([] {});  // the notification was queued by the leave
@@ -149,11 +152,10 @@ TEST(DispatchGroupTest, NotifyOnAnEmptyGroupQueuesTheJobAtOnce) {
 
 TEST(MainQueueTest, RunUntilTimesOutCleanlyWithoutJobs) {
     MainQueue main;
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(main.runUntil([] { return false; }, 50ms));
-    auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(elapsed, 50ms);
-    EXPECT_LT(elapsed, 2s);
+    int polls = 0;
+    EXPECT_FALSE(main.runUntil([&] { return ++polls < 0; }, 50ms));
+    EXPECT_GE(polls, 1);
+    EXPECT_EQ(main.pendingCount(), 0u);
 }
 
 TEST(MainQueueTest, RunUntilRunsJobsUntilThePredicateHolds) {
@@ -168,11 +170,18 @@ TEST(MainQueueTest, RunUntilRunsJobsUntilThePredicateHolds) {
 TEST(MainQueueTest, RunUntilNoticesStateChangedByAnotherThread) {
     MainQueue main;
     std::atomic<bool> flag{false};
+    std::latch polled(1);
     std::thread setter([&] {
-        std::this_thread::sleep_for(30ms);
+        polled.wait();
         flag = true;  // no job is queued: the idle poll must see it
     });
-    EXPECT_TRUE(main.runUntil([&] { return flag.load(); }, 5s));
+    bool first = true;
+    EXPECT_TRUE(main.runUntil(
+        [&] {
+            if (std::exchange(first, false)) polled.count_down();
+            return flag.load();
+        },
+        30s));
     setter.join();
 }
 
@@ -214,13 +223,17 @@ TEST(MainQueueTest, RunReturnsAfterStop) {
     int ran = 0;
     main.async([&] { ++ran; });
     main.async([&] { main.stop(); });
-    main.async([&] { ++ran; });  // after the stop: stays queued
+    std::latch ranLast(1);
+    main.async([&] {
+        ++ran;
+        ranLast.count_down();
+    });  // after the stop: stays queued
     main.run();
     EXPECT_EQ(ran, 1);
     EXPECT_EQ(main.pendingCount(), 1u);
 
     std::thread stopper([&] {
-        std::this_thread::sleep_for(20ms);
+        ranLast.wait();
         main.stop();
     });
     main.run();  // runs the remaining job, then waits until stopped from the other thread

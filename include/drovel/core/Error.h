@@ -36,9 +36,10 @@ ErrorPtr makeError(Args&&... args) {
     return std::make_shared<const E>(std::forward<Args>(args)...);
 }
 
-// Success with a payload, or failure with an error.
+// Success with a payload, or failure with an error. A result left unread is a warning: whoever
+// ignores a failure on purpose says so with a (void) cast and a comment.
 template <class T>
-class Result {
+class [[nodiscard]] Result {
 public:
     Result(T value) : state_(std::in_place_index<0>, std::move(value)) {}
     Result(ErrorPtr error) : state_(std::in_place_index<1>, std::move(error)) {}
