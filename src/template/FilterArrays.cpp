@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "template/Context.h"
 #include "template/FilterLibrary.h"
 #include "template/FilterText.h"
 #include "template/Unicode.h"
@@ -117,6 +118,7 @@ Value join(const Value& input, Filter::Arguments arguments) {
     if (!elements || !separator) return Value::nil();
     std::string out;
     for (std::size_t i = 0; i < elements->size(); ++i) {
+        checkValueSize(out.size() + separator->size());
         if (i > 0) out += *separator;
         (*elements)[i].appendStringValue(out);
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "template/Context.h"
 #include "template/FilterLibrary.h"
 #include "template/FilterText.h"
 #include "template/Unicode.h"
@@ -39,6 +40,7 @@ Value replaceText(const Value& input, const std::string& search, const std::stri
     out.reserve(text.size());
     std::size_t copied = 0;
     for (; match != std::string::npos; match = haystack.find(needle, copied)) {
+        checkValueSize(out.size() + (match - copied) + replacement.size());
         out.append(text, copied, match - copied);
         out += replacement;
         copied = match + needle.text().size();
@@ -195,20 +197,26 @@ Value split(const Value& input, Filter::Arguments arguments) {
     auto separator = textArgument(arguments);
     if (!text || !separator) return Value::nil();
     Value::Array pieces;
+    std::size_t size = 0;
+    auto add = [&](std::string_view piece) {
+        size += piece.size() + valueElementOverhead;
+        checkValueSize(size);
+        pieces.push_back(Value::string(std::string(piece)));
+    };
     if (text->empty()) return Value::array(std::move(pieces));
     if (separator->empty()) {
         auto boundaries = text::characterBoundaries(*text);
         for (std::size_t i = 0; i + 1 < boundaries.size(); ++i)
-            pieces.push_back(Value::string(text->substr(boundaries[i], boundaries[i + 1] - boundaries[i])));
+            add(std::string_view(*text).substr(boundaries[i], boundaries[i + 1] - boundaries[i]));
         return Value::array(std::move(pieces));
     }
     text::Searchable haystack(*text), needle(*separator);
-    const std::string& searched = haystack.text();
+    std::string_view searched = haystack.text();
     std::size_t start = 0;
     for (std::size_t match; (match = haystack.find(needle, start)) != std::string::npos;
          start = match + needle.text().size())
-        pieces.push_back(Value::string(searched.substr(start, match - start)));
-    pieces.push_back(Value::string(searched.substr(start)));
+        add(searched.substr(start, match - start));
+    add(searched.substr(start));
     return Value::array(std::move(pieces));
 }
 
