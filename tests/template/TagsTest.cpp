@@ -142,16 +142,16 @@ TEST(Tags, CycleAndTablerow) {
         {"{% cycle name, tier %}{% cycle name, tier %}", "Anngold"},
         {"{% if false %}{% cycle 'a', 'b' %}{% endif %}{% cycle 'a', 'b' %}", "a"},
         {"{% tablerow i in list cols:2 %}{{ i }}{% endtablerow %}",
-         "<tr class=\"row1\"><td class=\"col1\">1</td><td class=\"col2\">2</td></tr>"
-         "<tr class=\"row2\"><td class=\"col1\">3</td></tr>"},
+         "<tr class=\"row1\">\n<td class=\"col1\">1</td><td class=\"col2\">2</td></tr>\n"
+         "<tr class=\"row2\"><td class=\"col1\">3</td></tr>\n"},
         {"{% tablerow i in pair %}{{ i }}{% endtablerow %}",
-         "<tr class=\"row1\"><td class=\"col1\">a</td><td class=\"col2\">b</td></tr>"},
+         "<tr class=\"row1\">\n<td class=\"col1\">a</td><td class=\"col2\">b</td></tr>\n"},
         {"{% tablerow i in (1..4) cols: 2 limit: 3 %}{% if i == 2 %}{% continue %}{% endif %}{{ i }}{% endtablerow %}",
-         "<tr class=\"row1\"><td class=\"col1\">1</td><td class=\"col2\"></td></tr><tr class=\"row2\"><td class=\"col1\">3</td></tr>"},
-        {"{% tablerow i in list cols:1 %}{{ i }}{% break %}{% endtablerow %}", "<tr class=\"row1\"><td class=\"col1\">1</td></tr>"},
+         "<tr class=\"row1\">\n<td class=\"col1\">1</td><td class=\"col2\"></td></tr>\n<tr class=\"row2\"><td class=\"col1\">3</td></tr>\n"},
+        {"{% tablerow i in list cols:1 %}{{ i }}{% break %}{% endtablerow %}", "<tr class=\"row1\">\n<td class=\"col1\">1</td></tr>\n"},
         {"{% tablerow i in empty cols:2 %}{{ i }}{% endtablerow %}.", "."},
         {"{% tablerow i in pair %}{{ forloop.index }}{% endtablerow %}",
-         "<tr class=\"row1\"><td class=\"col1\">1</td><td class=\"col2\">2</td></tr>"},
+         "<tr class=\"row1\">\n<td class=\"col1\">1</td><td class=\"col2\">2</td></tr>\n"},
     };
     expectRenders(cases);
 }
