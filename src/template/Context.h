@@ -25,6 +25,18 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The largest value, in bytes, that a rendering may produce (see Parser::valueSize), where each
+// element of an array or entry of a dictionary counts valueElementOverhead beyond its contents.
+inline constexpr std::size_t maximumValueSize = 64u << 10;
+inline constexpr std::size_t valueElementOverhead = 16;
+
+// Throws TemplateFatalError for a value that would grow past maximumValueSize. Filters whose
+// result can be many times their input (a replacement at every match, a separator between
+// many elements, a split into many pieces) check as they build it, before the memory is spent.
+inline void checkValueSize(std::size_t size) {
+    if (size > maximumValueSize) throw TemplateFatalError("Template rendering exceeded its value size limit");
+}
+
 // A host value: std::any holding a signed integer, a double, a string, a boolean or anything
 // else; an empty std::any is the absent value.
 using HostValue = std::any;

@@ -35,7 +35,7 @@ Value Parser::evaluateExpression(std::string_view statement, Context* context) {
     if (components.size() < 2) return scope.resolveOperand(statement).value_or(Value::nil());
 
     auto fail = [&](std::string message) {
-        parseErrors_.push_back(ParseErrors::malformedExpression("Malformed expression: " + message));
+        addParseError("Malformed expression: " + message);
         return Value::nil();
     };
     // Comparisons are taken from the right end, so logical words group to the right:
@@ -61,6 +61,8 @@ Value Parser::evaluateExpression(std::string_view statement, Context* context) {
         auto leftValue = scope.resolveOperand(components[right - 2]);
         // The message names the component this step began with, not the left operand.
         if (!leftValue) return fail("Unknown variable " + quoted(word) + ".");
+        // Comparisons read both sides whole.
+        chargeWork(valueSize(*leftValue, maximumWorkBytes) + valueSize(*rightValue, maximumWorkBytes));
         Value result = op->lambda(*leftValue, *rightValue);
         if (!accumulated) accumulated = std::move(result);
         else if (word == "and") accumulated = Value::boolean(accumulated->isTruthy() && result.isTruthy());
@@ -72,6 +74,13 @@ Value Parser::evaluateExpression(std::string_view statement, Context* context) {
 }
 
 Value Parser::evaluateFilteredExpression(std::string_view statement, Context* context) {
+    // Whoever asked reads (and often copies) the result: counted.
+    Value value = evaluateFilterChain(statement, context);
+    chargeWork(valueSize(value, maximumWorkBytes));
+    return value;
+}
+
+Value Parser::evaluateFilterChain(std::string_view statement, Context* context) {
     SmallVector<std::string_view, 4> pieces;
     split(statement, '|', pieces);
     if (pieces.size() < 2) return evaluateExpression(statement, context);
@@ -83,7 +92,7 @@ Value Parser::evaluateFilteredExpression(std::string_view statement, Context* co
         split(piece, ':', parts);
         // A colon inside an argument (a time format, say) makes a third part and ends the chain.
         if (parts.size() > 2) {
-            log("Error: bad filter syntax: " + std::string(piece) + ". Stopping filter processing.");
+            report("Error: bad filter syntax: " + std::string(piece) + ". Stopping filter processing.");
             return value;
         }
         std::string_view name = parts.empty() ? std::string_view() : unicode::trimWhitespaceAndNewlines(parts[0]);
@@ -95,10 +104,16 @@ Value Parser::evaluateFilteredExpression(std::string_view statement, Context* co
         }
         const Filter* filter = findFilter(name);
         if (!filter) {
-            log("Unknown filter name: " + std::string(name) + ". Stopping filter processing.");
+            report("Unknown filter name: " + std::string(name) + ". Stopping filter processing.");
             return value;
         }
+        // A filter reads its input and arguments and produces a value, all counted; the result
+        // must stay within the value size limit.
+        std::uint64_t read = valueSize(value, maximumWorkBytes);
+        for (const auto& argument : arguments) read += valueSize(argument, maximumWorkBytes);
+        chargeWork(read);
         value = filter->lambda(value, arguments);
+        chargeValue(value);
     }
     return value;
 }

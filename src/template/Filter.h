@@ -27,7 +27,7 @@ public:
 
     // The date a template text stands for, or nothing. Surrounding white space is ignored.
     // Accepted, in the en_US locale (English names, any letter case):
-    // - "now" and "today": the current date and time;
+    // - "now" and "today": the current date and time of the engine's clock (see setClock);
     // - Unix seconds: an optional sign, digits and an optional "." fraction ("1577934245.5");
     // - ISO 8601 dates "yyyy-MM-dd" (midnight, local time);
     // - ISO 8601 date-times "yyyy-MM-ddTHH:mm", "yyyy-MM-ddTHH:mm:ss" and with a fraction
@@ -38,11 +38,13 @@ public:
     //   three-letter abbreviations or full names, a two-digit year read as 1950-2049, and the
     //   zone as "+HHmm"/"-HHmm", "UT", "UTC", "GMT", "Z" or a North American zone ("EST",
     //   "EDT", "CST", "CDT", "MST", "MDT", "PST", "PDT"); without a zone: local time.
-    // Fields must be in range (a 31 February is no date) and seconds may be 60. The date must
-    // fit the platform date (September 1677 to April 2262). Local time follows TZ.
-    static std::optional<platform::Date> parseDate(std::string_view string);
+    // Fields must be in range (a 31 February is no date) and seconds may be 60. Every year from
+    // 0001 to 9999 is a date (the platform date, in nanoseconds, ends in 1677 and 2262, hence
+    // microseconds here). Local time follows TZ.
+    using Date = std::chrono::sys_time<std::chrono::microseconds>;
+    static std::optional<Date> parseDate(std::string_view string);
     // The same, with "now" and "today" meaning `now`.
-    static std::optional<platform::Date> parseDate(std::string_view string, platform::Date now);
+    static std::optional<Date> parseDate(std::string_view string, platform::Date now);
 };
 
 // The built-in filters in table order, created once per process.

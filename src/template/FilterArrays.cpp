@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "template/Context.h"
 #include "template/FilterLibrary.h"
 #include "template/FilterText.h"
 #include "template/Unicode.h"
@@ -54,13 +55,9 @@ struct SortKey {
 };
 
 Value sorted(const Value& input, Filter::Arguments arguments, bool ignoringCase) {
-    auto* elements = input.asArray();
-    if (!elements) return Value::nil();
-    std::optional<std::string> property;
-    if (!arguments.empty()) {
-        property = textOf(arguments[0]);
-        if (!property) return Value::nil();
-    }
+    Value array = arrayValue(input);
+    auto* elements = array.asArray();
+    std::optional<std::string> property = textArgument(arguments);
     std::vector<std::pair<SortKey, const Value*>> keyed;
     keyed.reserve(elements->size());
     for (const auto& element : *elements) {
@@ -81,17 +78,18 @@ Value sorted(const Value& input, Filter::Arguments arguments, bool ignoringCase)
 }  // namespace
 
 Value concat(const Value& input, Filter::Arguments arguments) {
-    auto* elements = input.asArray();
-    auto* more = arguments.empty() ? nullptr : arguments[0].asArray();
-    if (!elements || !more) return Value::nil();
+    if (arguments.empty()) return Value::nil();
+    Value array = arrayValue(input), added = arrayValue(arguments[0]);
+    auto *elements = array.asArray(), *more = added.asArray();
+    checkValueSize((elements->size() + more->size()) * valueElementOverhead);
     Value::Array out(*elements);
     out.insert(out.end(), more->begin(), more->end());
     return Value::array(std::move(out));
 }
 
 Value compact(const Value& input, Filter::Arguments) {
-    auto* elements = input.asArray();
-    if (!elements) return Value::nil();
+    Value array = arrayValue(input);
+    auto* elements = array.asArray();
     Value::Array out;
     std::copy_if(elements->begin(), elements->end(), std::back_inserter(out), [](const Value& v) { return !v.isNil(); });
     return Value::array(std::move(out));
@@ -112,12 +110,14 @@ Value first(const Value& input, Filter::Arguments) {
 }
 
 Value join(const Value& input, Filter::Arguments arguments) {
-    auto* elements = input.asArray();
-    auto separator = arguments.empty() ? std::nullopt : textOf(arguments[0]);
-    if (!elements || !separator) return Value::nil();
+    Value array = arrayValue(input);
+    auto* elements = array.asArray();
+    // Without a separator the elements are joined with a blank.
+    std::string separator = arguments.empty() ? std::string(" ") : *textArgument(arguments);
     std::string out;
     for (std::size_t i = 0; i < elements->size(); ++i) {
-        if (i > 0) out += *separator;
+        checkValueSize(out.size() + separator.size());
+        if (i > 0) out += separator;
         (*elements)[i].appendStringValue(out);
     }
     return Value::string(std::move(out));
@@ -130,22 +130,30 @@ Value last(const Value& input, Filter::Arguments) {
 }
 
 Value map(const Value& input, Filter::Arguments arguments) {
-    auto* elements = input.asArray();
-    auto property = arguments.empty() ? std::nullopt : textOf(arguments[0]);
-    if (!elements || !property) return Value::nil();
+    auto property = textArgument(arguments);
+    if (!property) return Value::nil();
+    Value array = arrayValue(input);
     Value::Array out;
-    out.reserve(elements->size());
-    for (const auto& element : *elements) {
-        auto* dictionary = element.asDictionary();
-        const Value* value = dictionary ? dictionary->find(*property) : nullptr;
-        out.push_back(value ? *value : Value::nil());
-    }
+    // Nested arrays are read as one flat list of their elements.
+    auto add = [&](auto& self, const Value::Array& elements) -> void {
+        for (const auto& element : elements) {
+            if (auto* nested = element.asArray()) {
+                self(self, *nested);
+                continue;
+            }
+            checkValueSize((out.size() + 1) * valueElementOverhead);
+            auto* dictionary = element.asDictionary();
+            const Value* value = dictionary ? dictionary->find(*property) : nullptr;
+            out.push_back(value ? *value : Value::nil());
+        }
+    };
+    add(add, *array.asArray());
     return Value::array(std::move(out));
 }
 
 Value reverse(const Value& input, Filter::Arguments) {
-    auto* elements = input.asArray();
-    if (!elements) return Value::nil();
+    Value array = arrayValue(input);
+    auto* elements = array.asArray();
     return Value::array(Value::Array(elements->rbegin(), elements->rend()));
 }
 
@@ -154,8 +162,8 @@ Value sort(const Value& input, Filter::Arguments arguments) { return sorted(inpu
 Value sortNatural(const Value& input, Filter::Arguments arguments) { return sorted(input, arguments, true); }
 
 Value uniq(const Value& input, Filter::Arguments) {
-    auto* elements = input.asArray();
-    if (!elements) return Value::nil();
+    Value array = arrayValue(input);
+    auto* elements = array.asArray();
     std::unordered_set<Value> seen;
     Value::Array out;
     for (const auto& element : *elements)

@@ -6,6 +6,7 @@
 
 #include "template/Context.h"
 #include "template/FilterLibrary.h"
+#include "template/Log.h"
 #include "template/STRFTimeFormatter.h"
 #include "template/Unicode.h"
 
@@ -209,17 +210,18 @@ std::optional<Fields> rfc2822(std::string_view text) {
     return fields;
 }
 
-// The platform date holds nanoseconds in 64 bits: whole seconds must stay within this bound.
-constexpr std::int64_t maximumSeconds = 9'223'372'035;
+// Microseconds in 64 bits hold about 292,000 years each way; twelve digits of seconds (the most
+// unixSeconds reads) and every four-digit year stay far inside.
+constexpr std::int64_t maximumSeconds = 999'999'999'999;
 
-std::optional<platform::Date> dateFrom(std::int64_t seconds, std::int64_t nanoseconds) {
+std::optional<Filter::Date> dateFrom(std::int64_t seconds, std::int64_t nanoseconds) {
     if (seconds < -maximumSeconds || seconds > maximumSeconds) return std::nullopt;
-    return platform::Date(std::chrono::duration_cast<platform::Date::duration>(std::chrono::seconds(seconds) +
-                                                                                std::chrono::nanoseconds(nanoseconds)));
+    return Filter::Date(std::chrono::seconds(seconds) +
+                        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::nanoseconds(nanoseconds)));
 }
 
 // [+-]digits[.digits]
-std::optional<platform::Date> unixSeconds(std::string_view text) {
+std::optional<Filter::Date> unixSeconds(std::string_view text) {
     Scanner scanner(text);
     int sign = scanner.skip('-') ? -1 : (scanner.skip('+'), 1);
     auto seconds = std::int64_t{0};
@@ -256,7 +258,7 @@ int daysInMonth(int year, int month) {
     return month == 2 && leap ? 29 : days[month - 1];
 }
 
-std::optional<platform::Date> dateFrom(const Fields& fields) {
+std::optional<Filter::Date> dateFrom(const Fields& fields) {
     if (fields.month < 1 || fields.month > 12 || fields.day < 1 || fields.day > daysInMonth(fields.year, fields.month) ||
         fields.hour > 23 || fields.minute > 59 || fields.second > 60)
         return std::nullopt;
@@ -287,13 +289,13 @@ std::optional<platform::Date> dateFrom(const Fields& fields) {
 
 }  // namespace
 
-std::optional<platform::Date> Filter::parseDate(std::string_view string) {
-    return parseDate(string, std::chrono::system_clock::now());
+std::optional<Filter::Date> Filter::parseDate(std::string_view string) {
+    return parseDate(string, currentDate());
 }
 
-std::optional<platform::Date> Filter::parseDate(std::string_view string, platform::Date now) {
+std::optional<Filter::Date> Filter::parseDate(std::string_view string, platform::Date now) {
     std::string_view text = unicode::trimWhitespaceAndNewlines(string);
-    if (text == "now" || text == "today") return now;
+    if (text == "now" || text == "today") return std::chrono::floor<std::chrono::microseconds>(now);
     if (text.empty()) return std::nullopt;
     if (auto date = unixSeconds(text)) return date;
     if (auto fields = iso8601(text)) return dateFrom(*fields);

@@ -1,16 +1,18 @@
 #pragma once
 // The functions behind the built-in filters, one row each in the table of Filter.cpp.
 //
-// Rules shared by every filter:
-// - A filter that needs an argument gives nil without one; an argument or input of the wrong
-//   kind gives nil (an unknown variable as an argument is nil, so it gives nil too).
+// Rules shared by every filter, chosen to match what authors of Liquid templates expect:
+// - A filter that needs an argument gives nil without one, except where a default is named.
+// - Numeric filters read nil, strings without a number, booleans, arrays, dictionaries and
+//   ranges as 0, as input and as argument.
 // - String filters take a string, or the printed form of an integer or a decimal ("{{ 3 |
-//   append: 'x' }}" is "3x"); booleans, arrays, dictionaries, ranges and nil give nil. Text
-//   arguments follow the same rule.
+//   append: 'x' }}" is "3x"), and read nil as ""; booleans, arrays, dictionaries and ranges
+//   give nil. Text arguments that are nil or of another kind read as "".
+// - Array filters read nil as an empty array, a range as its integers and any other value as a
+//   one-element array; "first", "last" and "size" give nil for anything but their kinds.
 // - Characters are user-perceived characters (extended grapheme clusters); words come from word
 //   boundaries. "upcase" and "downcase" map case without language rules; only "capitalize"
 //   follows the current locale.
-// - Array filters take arrays only (not ranges).
 
 #include <string_view>
 
@@ -26,13 +28,13 @@ struct Row {
 };
 
 // The arithmetic shared by "minus", "plus" and "times": both operands become decimals (strings
-// parse with "." as separator, integers convert exactly) and the operation applies. An input or
-// first argument without a decimal value, or a missing argument, gives nil.
+// parse with "." as separator, integers convert exactly, anything else is 0) and the operation
+// applies. A missing argument gives nil.
 enum class Arithmetic { add, subtract, multiply };
 Token::Value arithmetic(const Token::Value& input, Filter::Arguments arguments, Arithmetic operation);
 
 // Numbers (FilterNumbers.cpp). Results are decimals. "ceil", "floor", "round", "divided_by" and
-// "modulo" read a string input with the C library's strtod (so "2.5px" is 2.5, "px" is nil).
+// "modulo" read a string input with the C library's strtod (so "2.5px" is 2.5, "px" is 0).
 Token::Value abs(const Token::Value& input, Filter::Arguments arguments);
 Token::Value atLeast(const Token::Value& input, Filter::Arguments arguments);
 Token::Value atMost(const Token::Value& input, Filter::Arguments arguments);
@@ -45,7 +47,7 @@ Token::Value minus(const Token::Value& input, Filter::Arguments arguments);
 Token::Value modulo(const Token::Value& input, Filter::Arguments arguments);
 Token::Value plus(const Token::Value& input, Filter::Arguments arguments);
 // Halves round away from zero (2.5 -> 3, -2.5 -> -3); the optional argument is the number of
-// decimal places (0 without it; negative places round to tens, hundreds, ...).
+// decimal places (0 without it or when it is no integer; negative places round to tens, ...).
 Token::Value round(const Token::Value& input, Filter::Arguments arguments);
 Token::Value times(const Token::Value& input, Filter::Arguments arguments);
 
@@ -58,13 +60,15 @@ Token::Value newlineToBr(const Token::Value& input, Filter::Arguments arguments)
 Token::Value prepend(const Token::Value& input, Filter::Arguments arguments);
 Token::Value remove(const Token::Value& input, Filter::Arguments arguments);
 Token::Value removeFirst(const Token::Value& input, Filter::Arguments arguments);
+// Without a replacement (for both "replace" and "replace_first") the matches are removed.
 Token::Value replace(const Token::Value& input, Filter::Arguments arguments);
 Token::Value replaceFirst(const Token::Value& input, Filter::Arguments arguments);
 Token::Value rstrip(const Token::Value& input, Filter::Arguments arguments);
 // Characters of a string (or elements of an array) as an integer.
 Token::Value size(const Token::Value& input, Filter::Arguments arguments);
-// Offset and length, both required; a negative offset counts from the end; the slice is cut to
-// the string's bounds; a negative length gives nil.
+// Characters of a string, or elements of an array, from the offset (required; negative counts
+// from the end; no integer counts as 0) for the length (1 without it); the slice is cut to the
+// bounds; a negative length gives nil.
 Token::Value slice(const Token::Value& input, Filter::Arguments arguments);
 // An empty separator splits into characters; an empty string gives an empty array.
 Token::Value split(const Token::Value& input, Filter::Arguments arguments);
@@ -93,9 +97,11 @@ Token::Value concat(const Token::Value& input, Filter::Arguments arguments);
 Token::Value compact(const Token::Value& input, Filter::Arguments arguments);
 Token::Value defaultValue(const Token::Value& input, Filter::Arguments arguments);
 Token::Value first(const Token::Value& input, Filter::Arguments arguments);
+// Without a separator the elements are joined with a blank.
 Token::Value join(const Token::Value& input, Filter::Arguments arguments);
 Token::Value last(const Token::Value& input, Filter::Arguments arguments);
-// Elements that are not dictionaries, or lack the key, give nil in their place.
+// Nested arrays are flattened first; elements that are not dictionaries, or lack the key, give
+// nil in their place.
 Token::Value map(const Token::Value& input, Filter::Arguments arguments);
 Token::Value reverse(const Token::Value& input, Filter::Arguments arguments);
 // Stable. Numbers (integers and decimals together) order by value and come first, then strings

@@ -15,31 +15,31 @@ using Value = Token::Value;
 namespace {
 
 // strtod in the C locale whatever the process's locale: white space is skipped and the number
-// may be followed by other text ("2.5px" is 2.5). No number at all gives nothing.
-std::optional<double> strtodValue(const std::string& text) {
+// may be followed by other text ("2.5px" is 2.5); a string with no number is 0, as strtod has it.
+double strtodValue(const std::string& text) {
     static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-    char* end = nullptr;
-    double value = cLocale ? strtod_l(text.c_str(), &end, cLocale) : std::strtod(text.c_str(), &end);
-    if (end == text.c_str()) return std::nullopt;
-    return value;
+    return cLocale ? strtod_l(text.c_str(), nullptr, cLocale) : std::strtod(text.c_str(), nullptr);
 }
 
+// The number of a numeric filter's input or argument: a decimal's value, with strings parsed
+// ("." as separator) and nil, non-numeric strings and every other kind counting as 0.
+Decimal numberOf(const Value& value) { return value.decimalValue().value_or(Decimal()); }
+
 // The number of an input to "ceil", "floor", "round", "divided_by" and "modulo" as a double:
-// strings through strtod, integers and decimals converted.
-std::optional<double> cDouble(const Value& value) {
+// strings through strtod, integers and decimals converted, anything else 0.
+double cDouble(const Value& value) {
     if (auto* text = value.asString()) return strtodValue(*text);
-    if (value.asInteger() || value.asDecimal()) return value.doubleValue();
-    return std::nullopt;
+    return value.doubleValue().value_or(0.0);
 }
 
 // The same number as a decimal: integers and decimals stay exact; a string's double must be finite.
 std::optional<Decimal> cDecimal(const Value& value) {
     if (auto* text = value.asString()) {
-        auto number = strtodValue(*text);
-        if (!number || !std::isfinite(*number)) return std::nullopt;
-        return Decimal::fromDouble(*number);
+        double number = strtodValue(*text);
+        if (!std::isfinite(number)) return std::nullopt;
+        return Decimal::fromDouble(number);
     }
-    return value.decimalValue();
+    return numberOf(value);
 }
 
 unsigned __int128 powerOfTen(int exponent) {
@@ -83,9 +83,9 @@ Value roundedValue(const Value& input, int places, Rounding mode) {
 template <class Operation>
 Value doubleOperation(const Value& input, Filter::Arguments arguments, Operation operation) {
     if (arguments.empty()) return Value::nil();
-    auto left = cDouble(input), right = cDouble(arguments[0]);
-    if (!left || !right || *right == 0) return Value::nil();
-    double result = operation(*left, *right);
+    double left = cDouble(input), right = cDouble(arguments[0]);
+    if (right == 0) return Value::nil();
+    double result = operation(left, right);
     if (!std::isfinite(result)) return Value::nil();
     return Value::decimal(Decimal::fromDouble(result));
 }
@@ -93,10 +93,9 @@ Value doubleOperation(const Value& input, Filter::Arguments arguments, Operation
 // The larger (or smaller) of the input and the argument, by decimal ordering.
 Value bound(const Value& input, Filter::Arguments arguments, bool larger) {
     if (arguments.empty()) return Value::nil();
-    auto left = input.decimalValue(), right = arguments[0].decimalValue();
-    if (!left || !right) return Value::nil();
-    bool rightWins = larger ? *left < *right : *right < *left;
-    return Value::decimal(rightWins ? *right : *left);
+    Decimal left = numberOf(input), right = numberOf(arguments[0]);
+    bool rightWins = larger ? left < right : right < left;
+    return Value::decimal(rightWins ? right : left);
 }
 
 }  // namespace
@@ -104,24 +103,21 @@ Value bound(const Value& input, Filter::Arguments arguments, bool larger) {
 Value arithmetic(const Value& input, Filter::Arguments arguments, Arithmetic operation) {
     if (arguments.empty()) return Value::nil();
     // Numbers in templates and custom content use "." as the decimal separator, whatever the locale.
-    auto left = input.decimalValue();
-    auto right = arguments[0].decimalValue();
-    if (!left || !right) return Value::nil();
+    Decimal left = numberOf(input), right = numberOf(arguments[0]);
     switch (operation) {
         case Arithmetic::add:
-            return Value::decimal(*left + *right);
+            return Value::decimal(left + right);
         case Arithmetic::subtract:
-            return Value::decimal(*left - *right);
+            return Value::decimal(left - right);
         case Arithmetic::multiply:
-            return Value::decimal(*left * *right);
+            return Value::decimal(left * right);
     }
     return Value::nil();
 }
 
 Value abs(const Value& input, Filter::Arguments) {
-    auto number = input.decimalValue();
-    if (!number) return Value::nil();
-    return Value::decimal(number->isNegative() ? -*number : *number);
+    Decimal number = numberOf(input);
+    return Value::decimal(number.isNegative() ? -number : number);
 }
 
 Value atLeast(const Value& input, Filter::Arguments arguments) { return bound(input, arguments, true); }
@@ -149,10 +145,9 @@ Value plus(const Value& input, Filter::Arguments arguments) { return arithmetic(
 Value round(const Value& input, Filter::Arguments arguments) {
     int places = 0;
     if (!arguments.empty()) {
-        auto requested = arguments[0].integerValue();
-        if (!requested) return Value::nil();
-        // Beyond these bounds every decimal is already rounded, or rounds to zero.
-        places = static_cast<int>(std::clamp<std::int64_t>(*requested, -200, 200));
+        // Places that are no integer count as 0. Beyond these bounds every decimal is already
+        // rounded, or rounds to zero.
+        places = static_cast<int>(std::clamp<std::int64_t>(arguments[0].integerValue().value_or(0), -200, 200));
     }
     return roundedValue(input, places, Rounding::halfAwayFromZero);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "template/Context.h"
 #include "template/FilterLibrary.h"
 #include "template/FilterText.h"
 #include "template/Unicode.h"
@@ -20,12 +21,6 @@ Value mapText(const Value& input, Transform transform) {
     return Value::string(transform(std::move(*text)));
 }
 
-// The text of the first argument, when there is one of a text kind.
-std::optional<std::string> textArgument(Filter::Arguments arguments, std::size_t index = 0) {
-    if (arguments.size() <= index) return std::nullopt;
-    return textOf(arguments[index]);
-}
-
 // The input with `search` replaced by `replacement`, everywhere or at the first match only.
 Value replaceText(const Value& input, const std::string& search, const std::string& replacement, bool firstOnly) {
     auto original = textOf(input);
@@ -39,6 +34,7 @@ Value replaceText(const Value& input, const std::string& search, const std::stri
     out.reserve(text.size());
     std::size_t copied = 0;
     for (; match != std::string::npos; match = haystack.find(needle, copied)) {
+        checkValueSize(out.size() + (match - copied) + replacement.size());
         out.append(text, copied, match - copied);
         out += replacement;
         copied = match + needle.text().size();
@@ -50,9 +46,10 @@ Value replaceText(const Value& input, const std::string& search, const std::stri
 
 Value replaceFiltered(const Value& input, Filter::Arguments arguments, bool withReplacement, bool firstOnly) {
     auto search = textArgument(arguments);
-    std::optional<std::string> replacement = withReplacement ? textArgument(arguments, 1) : std::string();
-    if (!search || !replacement) return Value::nil();
-    return replaceText(input, *search, *replacement, firstOnly);
+    if (!search) return Value::nil();
+    // Without a replacement the matches are replaced with nothing.
+    std::string replacement = withReplacement ? textArgument(arguments, 1).value_or(std::string()) : std::string();
+    return replaceText(input, *search, replacement, firstOnly);
 }
 
 std::string_view trimStart(std::string_view text) {
@@ -177,16 +174,32 @@ Value size(const Value& input, Filter::Arguments) {
     return Value::nil();
 }
 
+// The start and end of a slice of `count` items: a negative offset counts from the end, and the
+// slice is cut to the bounds. Absent for a negative length.
+static std::optional<std::pair<std::size_t, std::size_t>> sliceBounds(std::int64_t count, Filter::Arguments arguments) {
+    // Without a length one item is taken; an offset or length that is no integer counts as 0.
+    std::int64_t offset = arguments[0].integerValue().value_or(0);
+    std::int64_t length = arguments.size() > 1 ? arguments[1].integerValue().value_or(0) : 1;
+    if (length < 0) return std::nullopt;
+    std::int64_t start = offset < 0 ? std::max<std::int64_t>(offset + count, 0) : std::min(offset, count);
+    std::int64_t end = start + std::min(length, count - start);
+    return std::pair{static_cast<std::size_t>(start), static_cast<std::size_t>(end)};
+}
+
 Value slice(const Value& input, Filter::Arguments arguments) {
+    if (arguments.empty()) return Value::nil();
+    if (auto* elements = input.asArray()) {
+        auto bounds = sliceBounds(static_cast<std::int64_t>(elements->size()), arguments);
+        if (!bounds) return Value::nil();
+        return Value::array(Value::Array(elements->begin() + static_cast<std::ptrdiff_t>(bounds->first),
+                                         elements->begin() + static_cast<std::ptrdiff_t>(bounds->second)));
+    }
     auto text = textOf(input);
-    if (!text || arguments.size() < 2) return Value::nil();
-    auto offset = arguments[0].integerValue(), length = arguments[1].integerValue();
-    if (!offset || !length || *length < 0) return Value::nil();
+    if (!text) return Value::nil();
     auto boundaries = text::characterBoundaries(*text);
-    auto count = static_cast<std::int64_t>(boundaries.size() - 1);
-    std::int64_t start = *offset < 0 ? std::max<std::int64_t>(*offset + count, 0) : std::min(*offset, count);
-    std::int64_t end = start + std::min(*length, count - start);
-    auto from = boundaries[static_cast<std::size_t>(start)], to = boundaries[static_cast<std::size_t>(end)];
+    auto bounds = sliceBounds(static_cast<std::int64_t>(boundaries.size() - 1), arguments);
+    if (!bounds) return Value::nil();
+    auto from = boundaries[bounds->first], to = boundaries[bounds->second];
     return Value::string(text->substr(from, to - from));
 }
 
@@ -195,20 +208,26 @@ Value split(const Value& input, Filter::Arguments arguments) {
     auto separator = textArgument(arguments);
     if (!text || !separator) return Value::nil();
     Value::Array pieces;
+    std::size_t size = 0;
+    auto add = [&](std::string_view piece) {
+        size += piece.size() + valueElementOverhead;
+        checkValueSize(size);
+        pieces.push_back(Value::string(std::string(piece)));
+    };
     if (text->empty()) return Value::array(std::move(pieces));
     if (separator->empty()) {
         auto boundaries = text::characterBoundaries(*text);
         for (std::size_t i = 0; i + 1 < boundaries.size(); ++i)
-            pieces.push_back(Value::string(text->substr(boundaries[i], boundaries[i + 1] - boundaries[i])));
+            add(std::string_view(*text).substr(boundaries[i], boundaries[i + 1] - boundaries[i]));
         return Value::array(std::move(pieces));
     }
     text::Searchable haystack(*text), needle(*separator);
-    const std::string& searched = haystack.text();
+    std::string_view searched = haystack.text();
     std::size_t start = 0;
     for (std::size_t match; (match = haystack.find(needle, start)) != std::string::npos;
          start = match + needle.text().size())
-        pieces.push_back(Value::string(searched.substr(start, match - start)));
-    pieces.push_back(Value::string(searched.substr(start)));
+        add(searched.substr(start, match - start));
+    add(searched.substr(start));
     return Value::array(std::move(pieces));
 }
 

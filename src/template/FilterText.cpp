@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "template/Context.h"
 #include "template/Unicode.h"
 
 namespace drovel::templating::filters {
@@ -16,7 +17,30 @@ namespace drovel::templating::filters {
 std::optional<std::string> textOf(const Token::Value& value) {
     if (auto* string = value.asString()) return *string;
     if (value.asInteger() || value.asDecimal()) return value.stringValue();
+    if (value.isNil()) return std::string();
     return std::nullopt;
+}
+
+std::optional<std::string> textArgument(Filter::Arguments arguments, std::size_t index) {
+    if (arguments.size() <= index) return std::nullopt;
+    return textOf(arguments[index]).value_or(std::string());
+}
+
+Token::Value arrayValue(const Token::Value& value) {
+    if (value.asArray()) return value;
+    Token::Value::Array elements;
+    if (auto* range = value.asRange()) {
+        // Counted before it is built: a range may hold billions of numbers.
+        auto count = static_cast<std::uint64_t>(range->upper) - static_cast<std::uint64_t>(range->lower);
+        checkValueSize(count > maximumValueSize ? maximumValueSize + 1 : (count + 1) * (valueElementOverhead + 8));
+        for (std::int64_t n = range->lower;; ++n) {
+            elements.push_back(Token::Value::integer(n));
+            if (n == range->upper) break;
+        }
+    } else if (!value.isNil()) {
+        elements.push_back(value);
+    }
+    return Token::Value::array(std::move(elements));
 }
 
 namespace text {

@@ -9,13 +9,19 @@
 #include <string_view>
 #include <vector>
 
+#include "template/Filter.h"
 #include "template/Token.h"
 
 namespace drovel::templating::filters {
 
-// The text a string filter works on: a string, or the printed form of an integer or a decimal.
-// Booleans, arrays, dictionaries, ranges and nil give nothing, and the filter gives nil.
+// The text a string filter works on: a string, the printed form of an integer or a decimal, or
+// "" for nil. Booleans, arrays, dictionaries and ranges give nothing, and the filter gives nil.
 std::optional<std::string> textOf(const Token::Value& value);
+// A text argument: nothing when absent, "" when nil or of another kind.
+std::optional<std::string> textArgument(Filter::Arguments arguments, std::size_t index = 0);
+// The array an array filter works on: an array as it is, nil as an empty array, a range as its
+// integers, and any other value as a one-element array.
+Token::Value arrayValue(const Token::Value& value);
 
 namespace text {
 

@@ -12,6 +12,7 @@ namespace {
 
 std::mutex handlerMutex;
 std::shared_ptr<const LogHandler> currentHandler;
+std::shared_ptr<const ClockHandler> currentClock;
 
 void defaultHandler(std::string_view message) {
     static const bool enabled = std::getenv("DROVEL_TEMPLATE_LOG") != nullptr;
@@ -38,6 +39,21 @@ void log(std::string_view message) {
     // Called outside the lock so that a handler may replace itself.
     if (handler) (*handler)(message);
     else defaultHandler(message);
+}
+
+void setClock(ClockHandler clock) {
+    auto replacement = clock ? std::make_shared<const ClockHandler>(std::move(clock)) : nullptr;
+    std::lock_guard lock(handlerMutex);
+    currentClock = std::move(replacement);
+}
+
+std::chrono::system_clock::time_point currentDate() {
+    std::shared_ptr<const ClockHandler> clock;
+    {
+        std::lock_guard lock(handlerMutex);
+        clock = currentClock;
+    }
+    return clock ? (*clock)() : std::chrono::system_clock::now();
 }
 
 }  // namespace drovel::templating

@@ -135,6 +135,75 @@ const Operator* Parser::findOperator(std::string_view identifier) const {
     return nullptr;
 }
 
+void Parser::chargeWork(std::uint64_t bytes) {
+    workBytes_ += bytes;
+    if (workBytes_ > maximumWorkBytes) throw TemplateFatalError("Template rendering exceeded its work limit");
+}
+
+void Parser::chargeValue(const Token::Value& value) {
+    std::size_t size = valueSize(value);
+    checkValueSize(size);
+    largestValueSize_ = std::max(largestValueSize_, size);
+    chargeWork(size);
+}
+
+void Parser::report(std::string_view message) {
+    if (++messages_ > maximumMessages) throw TemplateFatalError("Template rendering exceeded its message limit");
+    chargeWork(message.size());
+    log(message);
+}
+
+void Parser::addParseError(std::string message) {
+    if (++messages_ > maximumMessages) throw TemplateFatalError("Template rendering exceeded its message limit");
+    chargeWork(message.size());
+    parseErrors_.push_back(ParseErrors::malformedExpression(std::move(message)));
+}
+
+namespace {
+
+// Scalars count as the few bytes they print as.
+constexpr std::size_t scalarSize = 8;
+
+std::size_t sizeOf(const Token::Value& value, std::size_t limit);
+
+std::size_t sizeOf(const Token::Value::Dictionary& dictionary, std::size_t limit) {
+    std::size_t size = 0;
+    for (const auto& [key, element] : dictionary) {
+        size += Parser::elementOverhead + key.size() + sizeOf(element, limit);
+        if (size > limit) break;
+    }
+    return size;
+}
+
+std::size_t sizeOf(const Token::Value& value, std::size_t limit) {
+    if (auto* text = value.asString()) return text->size();
+    if (auto* elements = value.asArray()) {
+        std::size_t size = 0;
+        for (const auto& element : *elements) {
+            size += Parser::elementOverhead + sizeOf(element, limit);
+            if (size > limit) break;
+        }
+        return size;
+    }
+    if (auto* dictionary = value.asDictionary()) return sizeOf(*dictionary, limit);
+    return scalarSize;
+}
+
+}  // namespace
+
+std::size_t Parser::valueSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
+
+std::size_t Parser::variablesSize(const Token::Value::Dictionary& variables, std::size_t limit) {
+    return sizeOf(variables, limit);
+}
+
+void Parser::emit(Scope& scope, std::string text) {
+    outputBytes_ += text.size();
+    if (outputBytes_ > maximumOutputSize) throw TemplateFatalError("Template rendering exceeded its output limit");
+    chargeWork(text.size());
+    scope.processedStatements.emplace_back(std::move(text));
+}
+
 std::vector<std::string> Parser::parse() {
     if (!walked_) walk();
     return flatten(*root_);
@@ -162,7 +231,7 @@ std::vector<std::string> Parser::flatten(const Scope& scope) {
 
 void Parser::leaveScope(Scope& scope) {
     if (!scope.parent_) {
-        log("terminating scope tag scope has no parent scope!!!");
+        report("terminating scope tag scope has no parent scope!!!");
         return;
     }
     scope.parent_->openChild_ = nullptr;
@@ -176,15 +245,22 @@ void Parser::walk() {
         const Token& token = tokens_[index];
         switch (token.kind) {
             case Token::Kind::text:
-                if (current_->outputState_ == OutputState::enabled) current_->processedStatements.emplace_back(token.value);
+                if (current_->outputState_ == OutputState::enabled) {
+                    outputBytes_ += token.value.size();
+                    if (outputBytes_ > maximumOutputSize)
+                        throw TemplateFatalError("Template rendering exceeded its output limit");
+                    chargeWork(token.value.size());
+                    current_->processedStatements.emplace_back(token.value);
+                }
                 break;
             case Token::Kind::variable:
                 // A statement in a block that shows nothing is not even evaluated.
                 if (current_->outputState_ == OutputState::enabled) {
+                    chargeWork(token.value.size());
                     Token::Value value = evaluateFilteredExpression(token.value, current_->evaluationContext_);
                     std::string text;
                     value.appendStringValue(text);
-                    current_->processedStatements.emplace_back(std::move(text));
+                    emit(*current_, std::move(text));
                 }
                 break;
             case Token::Kind::tag:
@@ -192,7 +268,7 @@ void Parser::walk() {
                 break;
         }
     }
-    if (current_ != root_.get()) log("Unbalanced scopes!!");
+    if (current_ != root_.get()) report("Unbalanced scopes!!");
 }
 
 void Parser::processTag(std::size_t& index) {
@@ -206,6 +282,7 @@ void Parser::processTag(std::size_t& index) {
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
+                chargeWork(variablesSize(next->variables));
                 collapsePass(scope);
                 scope.setContext(std::move(next));
                 scope.setOutputState(OutputState::enabled);
@@ -221,7 +298,7 @@ void Parser::processTag(std::size_t& index) {
         for (const auto& value : *tag->output) {
             std::string text;
             value.appendStringValue(text);
-            current_->processedStatements.emplace_back(std::move(text));
+            emit(*current_, std::move(text));
         }
     }
     if (tag->definesScope()) openScope(std::move(tag), index);
@@ -249,9 +326,10 @@ void Parser::collapsePass(Scope& loopScope) {
 }
 
 std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
+    chargeWork(text.size());
     std::string_view statement = unicode::trimWhitespaceAndNewlines(text);
     if (statement.empty()) {
-        log("Malformed tag: “" + std::string(text) + "”");
+        report("Malformed tag: “" + std::string(text) + "”");
         return nullptr;
     }
     std::string_view keyword = statement.substr(0, unicode::findWhitespaceOrNewline(statement));
@@ -264,7 +342,7 @@ std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
             return nullptr;
     }
     if (classes == tags_->end()) {
-        log("Unknown tag keyword: “" + std::string(keyword) + "”");
+        report("Unknown tag keyword: “" + std::string(keyword) + "”");
         return nullptr;
     }
     Context* evaluation = current_->evaluationContext_;
@@ -277,7 +355,7 @@ std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
         if (!error) return tag;
         if (!firstError) firstError = std::move(error);
     }
-    log("Tag “" + std::string(keyword) + "” skipped: " + firstError->message);
+    report("Tag “" + std::string(keyword) + "” skipped: " + firstError->message);
     return nullptr;
 }
 
@@ -286,7 +364,11 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     Scope& scope = *scopes_.emplace_back(std::make_unique<Scope>(std::move(tag), current_));
     scope.tagTokenIndex = tokenIndex;
     scope.passScopes_ = scopes_.size();
-    if (auto* loop = scope.tag_->iterationTag()) scope.setContext(loop->iterationContext());
+    if (auto* loop = scope.tag_->iterationTag()) {
+        auto first = loop->iterationContext();
+        if (first) chargeWork(variablesSize(first->variables));
+        scope.setContext(std::move(first));
+    }
     scope.tag_->didDefine(scope, *this);
     current_->openChild_ = &scope;
     current_ = &scope;

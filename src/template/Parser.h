@@ -55,10 +55,22 @@ public:
 
     using TagRegistry = std::map<std::string, std::vector<TagClass>, std::less<>>;
 
-    // At most this many token visits per rendering (loops walk their bodies again): a rendering
-    // that runs beyond it is abandoned with TemplateFatalError instead of hanging the host. A
-    // notification text needs a few hundred; a million keeps the worst case well under a second.
-    static constexpr std::uint64_t maximumTokenVisits = 1'000'000;
+    // The budget of one rendering: past any of these limits the rendering is abandoned with
+    // TemplateFatalError instead of holding or exhausting the host. A notification's text needs a
+    // few hundred visits and a few kilobytes; the limits keep the worst template to milliseconds
+    // and megabytes.
+    // Tokens visited, loop passes included (a loop walks its body again).
+    static constexpr std::uint64_t maximumTokenVisits = 50'000;
+    // Bytes that statements, filters and tags read and produce, assigned and captured values
+    // included; a loop pass counts as loopPassBytes for the context it makes.
+    static constexpr std::uint64_t maximumWorkBytes = 2u << 20;
+    static constexpr std::uint64_t loopPassBytes = 256;
+    // The size of any value a filter or a capture produces (see valueSize).
+    static constexpr std::size_t maximumValueSize = templating::maximumValueSize;
+    // Text added to the output, captured text and every loop pass included.
+    static constexpr std::size_t maximumOutputSize = 256u << 10;
+    // Expression errors and log lines of one rendering.
+    static constexpr std::size_t maximumMessages = 100;
 
     // Registers the built-in filters, tags and operators. The built-in lists are made once per
     // process and shared until a parser registers something of its own. The tokens' texts must
@@ -104,8 +116,23 @@ public:
     const std::vector<Token>& tokens() const { return tokens_; }
     const std::shared_ptr<Context>& context() const { return context_; }
     const std::vector<ParseErrors>& parseErrors() const { return parseErrors_; }
-    // The tokens visited so far, loop passes included: the rendering's counted work.
+    // The rendering's counted work so far (see the budget above).
     std::uint64_t tokenVisits() const { return tokenVisits_; }
+    std::uint64_t workBytes() const { return workBytes_; }
+    std::size_t largestValueSize() const { return largestValueSize_; }
+
+    // Counts work against the budget; throws TemplateFatalError past it.
+    void chargeWork(std::uint64_t bytes);
+    // Charges a value that the rendering produced and checks it against maximumValueSize.
+    void chargeValue(const Token::Value& value);
+    // Logs a message of this rendering, counted against maximumMessages.
+    void report(std::string_view message);
+    // A value's size in bytes: a string's length, a number's printed length, and for containers
+    // their elements' (and keys') sizes plus elementOverhead for each. Counting stops once it
+    // passes `limit`.
+    static constexpr std::size_t elementOverhead = valueElementOverhead;
+    static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize);
+    static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
@@ -119,11 +146,15 @@ public:
 
 private:
     void walk();
+    Token::Value evaluateFilterChain(std::string_view statement, Context* context);
     void processTag(std::size_t& index);
     std::unique_ptr<Tag> compileTag(std::string_view text);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
     // Joins the output of a loop's finished pass into one string and frees the pass's scopes.
     void collapsePass(Scope& loopScope);
+    // Adds a statement's text to the current scope, counted against the output limit.
+    void emit(Scope& scope, std::string text);
+    void addParseError(std::string message);
 
     std::vector<Token> tokens_;
     std::shared_ptr<Context> context_;
@@ -135,6 +166,10 @@ private:
     std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
     Scope* current_ = nullptr;
     std::uint64_t tokenVisits_ = 0;
+    std::uint64_t workBytes_ = 0;
+    std::uint64_t outputBytes_ = 0;
+    std::size_t largestValueSize_ = 0;
+    std::size_t messages_ = 0;
     bool walked_ = false;
 };
 

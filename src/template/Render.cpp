@@ -10,16 +10,18 @@ namespace drovel::templating {
 
 namespace {
 
-// Renders into `output`; false when the rendering was abandoned (and logged). `parseErrors` and
-// `tokenVisits` are optional.
+// Renders into `output`; false when the rendering was abandoned (and logged). With a rendering,
+// also reports the errors and the work there.
 bool renderOutput(std::string_view templateText, const std::shared_ptr<Context>& context, std::string& output,
-                  std::vector<std::string>* parseErrors, std::uint64_t* tokenVisits = nullptr) {
+                  Rendering* report) {
     try {
         Parser parser(Lexer(templateText).tokenize(), context);
         auto collectErrors = [&] {
-            if (tokenVisits) *tokenVisits = parser.tokenVisits();
-            if (!parseErrors) return;
-            for (const auto& error : parser.parseErrors()) parseErrors->push_back(error.message);
+            if (!report) return;
+            report->tokenVisits = parser.tokenVisits();
+            report->workBytes = parser.workBytes();
+            report->largestValueSize = parser.largestValueSize();
+            for (const auto& error : parser.parseErrors()) report->parseErrors.push_back(error.message);
         };
         try {
             output = parser.parseJoined();
@@ -41,8 +43,7 @@ bool renderOutput(std::string_view templateText, const std::shared_ptr<Context>&
 
 Rendering renderTemplate(std::string_view templateText, const std::shared_ptr<Context>& context) {
     Rendering rendering;
-    rendering.abandoned = !renderOutput(templateText, context, rendering.output, &rendering.parseErrors,
-                                         &rendering.tokenVisits);
+    rendering.abandoned = !renderOutput(templateText, context, rendering.output, &rendering);
     rendering.rendered = rendering.output.empty() ? std::string(templateText) : rendering.output;
     return rendering;
 }

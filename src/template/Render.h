@@ -22,8 +22,11 @@ struct Rendering {
     std::vector<std::string> parseErrors;
     // True when the template could not be rendered at all (logged).
     bool abandoned = false;
-    // The work the rendering did: tokens visited, loop passes included.
+    // The work the rendering did, as its budget counts it (see Parser): tokens visited, bytes
+    // read and produced, and the largest value a filter or capture produced.
     std::uint64_t tokenVisits = 0;
+    std::uint64_t workBytes = 0;
+    std::size_t largestValueSize = 0;
 };
 
 // Lexes the text, parses it with the context (which the template's tags may change), and joins

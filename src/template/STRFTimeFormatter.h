@@ -24,6 +24,8 @@ public:
     // the rendering that asked for it.
     std::optional<std::string> string(double secondsSince1970) const;
     std::optional<std::string> string(platform::Date date) const;
+    // Dates of any year from 0001 to 9999 and beyond.
+    std::optional<std::string> string(std::chrono::sys_time<std::chrono::microseconds> date) const;
 };
 
 }  // namespace drovel::templating

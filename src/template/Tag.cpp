@@ -88,7 +88,9 @@ std::optional<Tag::Errors> Tag::parseSegments(std::string_view body, Parser& par
                 // The last segment takes the rest of the statement: expressions contain spaces.
                 std::string_view text = i + 1 == segments.size() ? std::exchange(rest, {}) : takeWord(rest);
                 if (text.empty()) return Errors::malformedStatement("Expected identifier or literal, found nothing.");
-                compiledExpression.set(segment.text, evaluateVariable(segment.text, text, parser));
+                Token::Value value = evaluateVariable(segment.text, text, parser);
+                parser.chargeWork(Parser::valueSize(value, Parser::maximumWorkBytes));
+                compiledExpression.set(segment.text, std::move(value));
                 break;
             }
             case ExpressionSegment::Kind::group: {
@@ -98,7 +100,9 @@ std::optional<Tag::Errors> Tag::parseSegments(std::string_view body, Parser& par
                     elements.push_back(context->resolveOperand(element).value_or(Token::Value::nil()));
                 });
                 if (elements.empty()) return Errors::malformedStatement("Expected group list of strings, found nothing.");
-                compiledExpression.set(segment.text, Token::Value::array(std::move(elements)));
+                Token::Value list = Token::Value::array(std::move(elements));
+                parser.chargeWork(Parser::valueSize(list, Parser::maximumWorkBytes));
+                compiledExpression.set(segment.text, std::move(list));
                 break;
             }
         }

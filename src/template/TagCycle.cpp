@@ -31,6 +31,7 @@ std::optional<Tag::Errors> TagCycle::parse(std::string_view statement, Parser& p
         if (name.empty()) return Errors::malformedStatement("Expected identifier, found nothing.");
         auto value = context->resolveOperand(name);
         group = value ? value->stringValue() : std::string(name);
+        parser.chargeWork(group->size());
         compiledExpression.set("group", Token::Value::string(*group));
         body = body.substr(colon + 1);
     }

@@ -27,6 +27,8 @@ void TagTablerow::openCell(Parser::Scope& scope, std::uint64_t pass) {
     std::uint64_t column = pass % columns();
     std::string markup;
     if (column == 0) markup = "<tr class=\"row" + std::to_string(pass / columns() + 1) + "\">";
+    // As Liquid writes it: a line break after the first row's opening tag and after every row.
+    if (pass == 0) markup += "\n";
     markup += "<td class=\"col" + std::to_string(column + 1) + "\">";
     scope.processedStatements.emplace_back(std::move(markup));
 }
@@ -36,7 +38,7 @@ void TagTablerow::endPass(Parser::Scope& scope) {
     if (scope.outputState() == OutputState::disabled) return;
     std::uint64_t pass = static_cast<std::uint64_t>(iterated()) - 1;
     bool rowEnds = pass % columns() == columns() - 1 || !hasNextPass();
-    scope.processedStatements.emplace_back(std::string_view(rowEnds ? "</td></tr>" : "</td>"));
+    scope.processedStatements.emplace_back(std::string_view(rowEnds ? "</td></tr>\n" : "</td>"));
     if (hasNextPass()) openCell(scope, pass + 1);
 }
 

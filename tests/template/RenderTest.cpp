@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "template/HostileTemplates.h"
+#include "template/Parser.h"
 #include "template/Render.h"
 #include "template/TemplateTestSupport.h"
 
@@ -78,6 +79,36 @@ TEST(Render, HostileTemplatesRenderInLinearWork) {
         // Sixteen times the text: linear work is about sixteen times as much, quadratic 256 times.
         EXPECT_LE(large, 16 * small + 16) << small << " visits, then " << large;
     }
+}
+
+TEST(Render, ExpensiveTemplatesAreAbandonedWithinTheBudget) {
+    LogCapture log;
+    for (const auto& expensive : expensiveTemplates()) {
+        SCOPED_TRACE(expensive.name);
+        ASSERT_LE(expensive.text.size(), 64u << 10);
+        auto rendering = renderTemplate(expensive.text, contextWith());
+        EXPECT_TRUE(rendering.abandoned);
+        EXPECT_TRUE(rendering.rendered == expensive.text);
+        EXPECT_LE(rendering.tokenVisits, Parser::maximumTokenVisits + 1);
+        // One charge may pass the limit before the rendering stops.
+        EXPECT_LE(rendering.workBytes, 2 * Parser::maximumWorkBytes);
+        EXPECT_LE(rendering.largestValueSize, Parser::maximumValueSize);
+        EXPECT_LE(rendering.parseErrors.size(), Parser::maximumMessages);
+        ASSERT_FALSE(log.lines.empty());
+        EXPECT_TRUE(log.lines.back().starts_with("Template rendering abandoned: Template rendering exceeded its "))
+            << log.lines.back();
+    }
+}
+
+TEST(Render, NotificationTextsStayFarWithinTheBudget) {
+    auto context = makeAppContext({{"first_name", "ann"}, {"points", "120"}, {"items", "Flat white;Muffin;Juice"}});
+    auto rendering = renderTemplate(
+        "Hi {{ app.first_name | capitalize }}! {% capture total %}{{ app.points | plus: 50 }}{% endcapture %}"
+        "{% for item in app.items | split: ';' %} {{ forloop.index }}. {{ item | truncate: 8 }}{% endfor %} ({{ total }})",
+        context);
+    EXPECT_EQ(rendering.output, "Hi Ann!  1. Flat ... 2. Muffin 3. Juice (170)");
+    EXPECT_LT(rendering.tokenVisits, 50u);
+    EXPECT_LT(rendering.workBytes, 4096u);
 }
 
 TEST(Render, TenThousandNestedTags) {
