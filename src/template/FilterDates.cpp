@@ -288,7 +288,7 @@ std::optional<platform::Date> dateFrom(const Fields& fields) {
 }  // namespace
 
 std::optional<platform::Date> Filter::parseDate(std::string_view string) {
-    return parseDate(string, std::chrono::system_clock::now());
+    return parseDate(string, platform::toDate(std::chrono::system_clock::now()));
 }
 
 std::optional<platform::Date> Filter::parseDate(std::string_view string, platform::Date now) {
