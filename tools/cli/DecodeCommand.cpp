@@ -8,12 +8,8 @@
 // site with "location_coordinate": [lat, lon] or null (both in the process's time zone and locale rules).
 // Failure: exit 1, nothing on standard output, the message on standard error.
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 #include "cli/Command.h"
 #include "drovel/core/JsonWriter.h"
@@ -29,31 +25,6 @@ struct Options {
     bool full = false;
     std::string path;
 };
-
-bool readInput(const std::string& path, std::string& text, std::string& problem) {
-    if (path == "-") {
-        auto input = readStandardInput();
-        if (!input) {
-            problem = "cannot read standard input";
-            return false;
-        }
-        text = std::move(*input);
-        return true;
-    }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        problem = "cannot read " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    std::ostringstream buffer;
-    buffer << file.rdbuf();
-    if (file.bad()) {
-        problem = "cannot read " + path;
-        return false;
-    }
-    text = std::move(buffer).str();
-    return true;
-}
 
 std::int64_t epochSeconds(notify::Date date) {
     return std::chrono::duration_cast<std::chrono::seconds>(date.time_since_epoch()).count();
@@ -117,12 +88,9 @@ void writeRecords(core::JsonWriter& json, const NotifyNotificationsResponse& res
 }
 
 int run(const Options& options) {
-    std::string text, problem;
-    if (!readInput(options.path, text, problem)) {
-        std::cerr << problem << '\n';
-        return 1;
-    }
-    auto response = NotifyNotificationsResponse::fromJson(text);
+    auto text = readInput(options.path);
+    if (!text) return 1;
+    auto response = NotifyNotificationsResponse::fromJson(*text);
     if (!response) {
         std::cerr << response.error()->description() << '\n';
         return 1;

@@ -1,8 +1,10 @@
 // drovel-notify: the Notify module's command-line tool.
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <vector>
 
 #include "cli/Command.h"
@@ -25,18 +27,42 @@ std::vector<Entry>& registry() {
 
 CommandRegistration::CommandRegistration(int order, CommandSetup setup) { registry().push_back({order, setup}); }
 
-std::optional<std::string> readStandardInput() {
-    std::ostringstream buffer;
-    buffer << std::cin.rdbuf();
-    if (std::cin.bad()) return std::nullopt;
-    return std::move(buffer).str();
+namespace {
+
+// Reads the stream to its end, but no more than maxInputBytes. name is the input as messages call it.
+std::optional<std::string> readLimited(std::istream& in, const std::string& name) {
+    std::string text;
+    std::vector<char> buffer(1 << 16);
+    while (in) {
+        in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
+        if (text.size() > maxInputBytes) {
+            std::cerr << name << " is larger than " << maxInputBytes << " bytes\n";
+            return std::nullopt;
+        }
+    }
+    if (in.bad()) {
+        std::cerr << "cannot read " << name << '\n';
+        return std::nullopt;
+    }
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> readInput(const std::string& path) {
+    if (path == "-") return readLimited(std::cin, "standard input");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        std::cerr << "cannot read " << path << ": " << std::strerror(errno) << '\n';
+        return std::nullopt;
+    }
+    return readLimited(file, path);
 }
 
 std::optional<std::string> textOrStandardInput(const std::string& argument) {
     if (argument != "-") return argument;
-    auto text = readStandardInput();
-    if (!text) std::cerr << "cannot read standard input\n";
-    return text;
+    return readInput(argument);
 }
 
 }  // namespace drovel::cli
