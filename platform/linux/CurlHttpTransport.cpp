@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <limits>
 #include <mutex>
 #include <thread>
 #include <unordered_map>
@@ -94,6 +96,8 @@ TransportErrorKind kindOf(CURLcode code, bool tooLarge) {
             return TransportErrorKind::timedOut;
         case CURLE_WRITE_ERROR:
             return tooLarge ? TransportErrorKind::responseTooLarge : TransportErrorKind::other;
+        case CURLE_FILESIZE_EXCEEDED:
+            return TransportErrorKind::responseTooLarge;
         case CURLE_SEND_ERROR:
         case CURLE_RECV_ERROR:
         case CURLE_GOT_NOTHING:
@@ -138,6 +142,10 @@ bool prepare(Transfer& transfer) {
         set(CURLOPT_TIMEOUT_MS, static_cast<long>(request.timeout.count()));
         set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.timeout.count()));
     }
+    // A response that announces a larger body fails at once, before any of it arrives; writeBody
+    // holds the limit for the rest (no announced length, or a body that decompresses larger).
+    set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(std::min<std::size_t>(
+                                       request.maxResponseBytes, std::numeric_limits<curl_off_t>::max())));
     set(CURLOPT_WRITEFUNCTION, writeBody);
     set(CURLOPT_WRITEDATA, static_cast<void*>(&transfer));
     set(CURLOPT_HEADERFUNCTION, writeHeader);
@@ -219,8 +227,13 @@ struct CurlHttpTransport::Engine {
             transfer->response.status = static_cast<int>(status);
             transfer->complete(std::move(transfer->response));
         } else {
-            std::string message = transfer->errorBuffer[0] ? transfer->errorBuffer : curl_easy_strerror(code);
-            transfer->complete(TransportError{kindOf(code, transfer->tooLarge), std::move(message)});
+            TransportErrorKind kind = kindOf(code, transfer->tooLarge);
+            std::string message = kind == TransportErrorKind::responseTooLarge
+                                      ? "The response body is larger than " +
+                                            std::to_string(transfer->request.maxResponseBytes) + " bytes"
+                                  : transfer->errorBuffer[0] ? transfer->errorBuffer
+                                                             : curl_easy_strerror(code);
+            transfer->complete(TransportError{kind, std::move(message)});
         }
     }
 

@@ -7,7 +7,7 @@ namespace drovel::platform {
 
 class SystemClock final : public Clock {
 public:
-    Date now() const override { return std::chrono::system_clock::now(); }
+    Date now() const override { return toDate(std::chrono::system_clock::now()); }
     std::chrono::steady_clock::time_point steadyNow() const override { return std::chrono::steady_clock::now(); }
 };
 

@@ -1,5 +1,6 @@
 #include "linux/UserDefaultsJson.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -15,22 +16,23 @@ namespace {
 
 constexpr int maxNestingDepth = 64;
 
-// ---- dates: "2026-11-21T10:00:00.123456789Z" (UTC, nanoseconds) ----
+// ---- dates: "2026-11-21T10:00:00.123456789Z" (UTC, nine fraction digits) ----
+
+// The text holds four-digit years. A date beyond them (a host's "distant future") is kept as the
+// nearest date the text can hold, so that the file always reads back.
+constexpr Date earliestDateText{std::chrono::sys_days{std::chrono::year{0} / 1 / 1}};
+constexpr Date latestDateText{std::chrono::sys_days{std::chrono::year{9999} / 12 / 31} + std::chrono::days{1} -
+                              Date::duration{1}};
 
 std::string dateText(Date date) {
-    auto nanos = std::chrono::duration_cast<std::chrono::nanoseconds>(date.time_since_epoch()).count();
-    // Floor division, so dates before 1970 get a non-negative fraction.
-    long long seconds = nanos / 1'000'000'000;
-    long long fraction = nanos % 1'000'000'000;
-    if (fraction < 0) {
-        fraction += 1'000'000'000;
-        --seconds;
-    }
-    std::time_t t = static_cast<std::time_t>(seconds);
+    date = std::clamp(date, earliestDateText, latestDateText);
+    std::time_t t = timeT(date);
+    // Microseconds past the whole second (never negative: timeT rounds down).
+    long long fraction = (date - std::chrono::floor<std::chrono::seconds>(date)).count();
     std::tm utc{};
     gmtime_r(&t, &utc);
     char text[64];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%09lldZ", utc.tm_year + 1900, utc.tm_mon + 1,
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06lld000Z", utc.tm_year + 1900, utc.tm_mon + 1,
                   utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, fraction);
     return text;
 }
@@ -58,11 +60,9 @@ std::optional<Date> parseDate(std::string_view text) {
     if (utc.tm_mon > 11 || utc.tm_mday < 1 || utc.tm_mday > 31 || utc.tm_hour > 23 || utc.tm_min > 59 ||
         utc.tm_sec > 60)
         return std::nullopt;
+    // Four-digit years are far inside what a Date holds; nanoseconds beyond the microsecond are dropped.
     long long seconds = timegm(&utc);
-    // Beyond what a nanosecond time point holds (about the years 1678 to 2262).
-    if (seconds < -9'223'372'036LL || seconds > 9'223'372'035LL) return std::nullopt;
-    return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(seconds) +
-                                                          std::chrono::nanoseconds(number(20, 9))));
+    return Date(std::chrono::seconds(seconds)) + std::chrono::microseconds(number(20, 6));
 }
 
 // ---- encoding ----

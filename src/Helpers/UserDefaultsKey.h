@@ -28,8 +28,8 @@ std::string_view rawValue(UserDefaultsKey key);
 // The app's custom template values, offered to the notification templates under "app".
 using CustomTemplateContent = std::map<std::string, std::string, std::less<>>;
 
-// Stands in for the platform's distant past: the earliest date the clock type holds (1677).
-inline constexpr platform::Date kDistantPast = platform::Date::min();
+// The platform's distant past: 0001-01-01T00:00:00Z.
+inline constexpr platform::Date kDistantPast{std::chrono::sys_days{std::chrono::year{1} / 1 / 1}};
 
 // None when the key was never written or holds another kind of value.
 std::optional<platform::Date> date(const platform::UserDefaults& defaults, UserDefaultsKey key);

@@ -137,6 +137,7 @@ void BaseAPIService::send(const BaseApiRequest& request, BodyCompletion completi
     http.method = request.requestType();
     http.url = urlFor(configuration, request);
     http.timeout = request.timeout().value_or(configuration.timeout);
+    http.maxResponseBytes = configuration.maxResponseBytes;
     putHeader(http.headers, "Accept", "application/json");
     if (!configuration.apiToken.empty()) putHeader(http.headers, "Authorization", "Bearer " + configuration.apiToken);
     if (auto body = request.requestBody()) {
@@ -145,9 +146,16 @@ void BaseAPIService::send(const BaseApiRequest& request, BodyCompletion completi
     }
     for (auto& [name, value] : request.headers()) putHeader(http.headers, std::move(name), std::move(value));
 
-    transport_->send(std::move(http), [completion = std::move(completion)](platform::HttpResult result) {
+    transport_->send(std::move(http), [completion = std::move(completion),
+                                       maxBytes = configuration.maxResponseBytes](platform::HttpResult result) {
         if (auto* failure = std::get_if<TransportError>(&result)) return completion(APIError::transport(std::move(*failure)));
         auto& response = std::get<HttpResponse>(result);
+        // The transport enforces the limit as the body arrives; this holds it for any transport.
+        if (response.body.size() > maxBytes) {
+            return completion(APIError::transport(
+                {platform::TransportErrorKind::responseTooLarge,
+                 "The response body is larger than " + std::to_string(maxBytes) + " bytes"}));
+        }
         if (response.status < 200 || response.status > 299) {
             return completion(APIError::httpStatus(response.status, std::move(response.body)));
         }

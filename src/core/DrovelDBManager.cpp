@@ -14,6 +14,16 @@ namespace {
 constexpr int busyTimeoutMilliseconds = 5000;
 // Enough for every record type's statements plus the filtered queries in use at one time.
 constexpr std::size_t statementCacheCapacity = 64;
+// The progress handler runs every stepsPerTick virtual-machine steps. A statement that runs for
+// more than maxStatementTicks of them (20 million steps, a fraction of a second) is abandoned: the
+// SDK's own statements stay far below (about 60 ticks for the largest, on a download of 10,000
+// pairs). Counted in steps rather than time, so that the limit does not depend on the machine.
+constexpr int stepsPerTick = 1000;
+constexpr std::uint64_t maxStatementTicks = 20'000;
+
+void configure(sqlite3* db, int option, int value) {
+    if (sqlite3_db_config(db, option, value, nullptr) != SQLITE_OK) throwDatabaseError(db);
+}
 
 std::string_view typeName(int type) {
     switch (type) {
@@ -154,10 +164,22 @@ DrovelDBManager::DrovelDBManager(const std::string& atPath) : path_(atPath) {
     try {
         sqlite3_extended_result_codes(db_, 1);
         sqlite3_busy_timeout(db_, busyTimeoutMilliseconds);
+        // The file may have been changed behind the SDK's back (a restored backup, another app, a
+        // planted file). The SDK's schema has no triggers or views, and its statements call no
+        // functions from the schema, so none of that may run; and no statement may run unbounded.
+        configure(db_, SQLITE_DBCONFIG_DEFENSIVE, 1);
+        configure(db_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0);
+        configure(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0);
+        configure(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0);
+        sqlite3_progress_handler(db_, stepsPerTick, &DrovelDBManager::onProgress, this);
         cache_ = std::make_unique<StatementCache>(db_, statementCacheCapacity);
         // Reading the schema is what finds out that the file is not a database. It must come
         // before anything that could write to the file, so that such a file is left as it was.
-        executeLocked("SELECT count(*) FROM sqlite_master;");
+        // A trigger or a view is not the SDK's: such a file is refused as it stands.
+        std::int64_t foreign = 0;
+        readRows("SELECT count(*) FROM sqlite_master WHERE type IN ('trigger', 'view');",
+                 [&](const DatabaseRow& row) { foreign = row.int64(0); });
+        if (foreign > 0) throw DatabaseError("the file holds triggers or views, which this database never has", SQLITE_CORRUPT);
         executeLocked("PRAGMA journal_mode=WAL;");
         // In WAL mode this still keeps the file consistent after a crash; only the last
         // transactions may be lost on power failure.
@@ -172,9 +194,19 @@ DrovelDBManager::DrovelDBManager(const std::string& atPath) : path_(atPath) {
     }
 }
 
+int DrovelDBManager::onProgress(void* manager) {
+    auto* self = static_cast<DrovelDBManager*>(manager);
+    return ++self->statementTicks_ > maxStatementTicks ? 1 : 0;
+}
+
 DrovelDBManager::~DrovelDBManager() {
     cache_.reset();
     sqlite3_close_v2(db_);
+}
+
+void DrovelDBManager::enableTriggersForTesting() {
+    std::lock_guard lock(mutex_);
+    configure(db_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 1);
 }
 
 int DrovelDBManager::dbVersion() const {
@@ -203,6 +235,7 @@ void DrovelDBManager::executeLocked(std::string_view raw) {
         // Migration texts and filtered deletes are mostly run once, so they are not cached.
         std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement(handle, sqlite3_finalize);
         if (handle) {
+            statementTicks_ = 0;
             int rc;
             while ((rc = sqlite3_step(handle)) == SQLITE_ROW) {
             }
@@ -227,6 +260,7 @@ void DrovelDBManager::writeRows(std::string_view sql, std::size_t count,
         for (std::size_t i = 0; i < count; ++i) {
             statement->beginRow();
             bindRow(binder, i);
+            statementTicks_ = 0;
             statement->run();
             statement->clear();
         }
@@ -239,6 +273,7 @@ void DrovelDBManager::readRows(std::string_view sql, FunctionRef<void(const Data
     BorrowedStatement statement(*cache_, sql);
     std::vector<std::string_view> names;
     bool first = true;
+    statementTicks_ = 0;
     while (statement->step()) {
         if (first) {
             // Names are read after the first step: a statement prepared before a schema change

@@ -2,11 +2,6 @@
 
 namespace drovel::core {
 
-namespace {
-// Deeply nested hostile input must fail cleanly rather than exhaust the stack.
-constexpr std::size_t maxSkipDepth = 256;
-}
-
 std::string JsonReader::path() const {
     if (path_.empty()) return "(root)";
     std::string out;
@@ -45,6 +40,11 @@ std::string_view JsonReader::string(JsonValue value) { return check(value.get_st
 
 namespace {
 
+// Errors after which the value can still be looked at; any other error may have abandoned the document.
+bool isTypeMismatch(simdjson::error_code error) {
+    return error == simdjson::INCORRECT_TYPE || error == simdjson::NUMBER_ERROR || error == simdjson::NUMBER_OUT_OF_RANGE;
+}
+
 // simdjson reports an integer literal beyond 64 bits as a type mismatch; name it for what it is.
 bool isIntegerText(JsonValue& value) {
     std::string_view token = value.raw_json_token();
@@ -59,7 +59,7 @@ bool isIntegerText(JsonValue& value) {
 std::int64_t JsonReader::int64(JsonValue value) {
     std::int64_t out = 0;
     if (auto error = value.get_int64().get(out)) {
-        if (isIntegerText(value)) fail("expected an integer (the number does not fit)");
+        if (isTypeMismatch(error) && isIntegerText(value)) fail("expected an integer (the number does not fit)");
         failWith(error, "expected an integer");
     }
     return out;
@@ -68,7 +68,7 @@ std::int64_t JsonReader::int64(JsonValue value) {
 std::uint64_t JsonReader::uint64(JsonValue value) {
     std::uint64_t out = 0;
     if (auto error = value.get_uint64().get(out)) {
-        if (isIntegerText(value) && value.raw_json_token().front() != '-')
+        if (isTypeMismatch(error) && isIntegerText(value) && value.raw_json_token().front() != '-')
             fail("expected a non-negative integer (the number does not fit)");
         failWith(error, "expected a non-negative integer");
     }
@@ -105,8 +105,19 @@ std::string_view JsonReader::rawJson(JsonValue value) {
     return token;
 }
 
+void JsonReader::checkDepth() const {
+    if (path_.size() > maxDepth) fail("nesting too deep");
+}
+
+std::size_t JsonReader::elementCount(JsonValue value) {
+    std::size_t count = 0;
+    // A failed count abandons the document, so it must end the decoding here.
+    if (auto error = value.count_elements().get(count))
+        failWith(error, error == simdjson::INCORRECT_TYPE ? "expected an array" : "malformed array");
+    return count;
+}
+
 void JsonReader::skip(JsonValue value) {
-    if (path_.size() > maxSkipDepth) fail("nesting too deep");
     simdjson::ondemand::json_type type = check(value.type(), "malformed value");
     switch (type) {
         case simdjson::ondemand::json_type::object:

@@ -47,12 +47,20 @@ public:
     // The value's JSON text exactly as written.
     std::string_view rawJson(JsonValue value);
 
+    // Containers nest at most this deep (the root is at depth 0): every reader that recurses into
+    // outside JSON is bounded by it, so a hostile document fails with "nesting too deep" instead of
+    // exhausting the stack.
+    static constexpr std::size_t maxDepth = 256;
+
     // Calls onField(key, value) for each member, with the path extended by the key.
     template <class F>
     void object(JsonValue value, F&& onField);
     // Calls onElement(value) for each element, with the path extended by the index.
     template <class F>
     void array(JsonValue value, F&& onElement);
+    // The number of elements of an array, which is then walked from its start as usual (for
+    // reserving room before array()).
+    std::size_t elementCount(JsonValue value);
     // Walks and validates a value that the decoder does not use.
     void skip(JsonValue value);
 
@@ -78,6 +86,7 @@ private:
         bool isIndex = false;
     };
     [[noreturn]] void failWith(simdjson::error_code error, std::string_view expectation) const;
+    void checkDepth() const;
     std::vector<Segment> path_;
 };
 
@@ -94,8 +103,11 @@ T required(JsonReader& reader, std::optional<T>& field, std::string_view key) {
 
 // ---- implementation ----
 
+// Every simdjson result is checked before the next call: after some errors simdjson abandons the
+// document, and calling into it again would use a parser that is gone.
 template <class F>
 void JsonReader::object(JsonValue value, F&& onField) {
+    checkDepth();
     simdjson::ondemand::object obj = check(value.get_object(), "expected an object");
     for (auto fieldResult : obj) {
         simdjson::ondemand::field field = check(std::move(fieldResult), "malformed object");
@@ -108,6 +120,7 @@ void JsonReader::object(JsonValue value, F&& onField) {
 
 template <class F>
 void JsonReader::array(JsonValue value, F&& onElement) {
+    checkDepth();
     simdjson::ondemand::array arr = check(value.get_array(), "expected an array");
     std::size_t index = 0;
     for (auto elementResult : arr) {

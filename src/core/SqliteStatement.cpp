@@ -34,7 +34,11 @@ bool holdsNoStatement(sqlite3* db, const char* text, const char* end) {
 }  // namespace
 
 void throwDatabaseError(sqlite3* db) {
-    throw DatabaseError(sqlite3_errmsg(db), sqlite3_extended_errcode(db));
+    int code = sqlite3_extended_errcode(db);
+    // Only DrovelDBManager's progress handler interrupts a statement.
+    if (code == SQLITE_INTERRUPT)
+        throw DatabaseError("statement abandoned: it ran far longer than any statement of this database should", code);
+    throw DatabaseError(sqlite3_errmsg(db), code);
 }
 
 SqliteStatement::SqliteStatement(sqlite3* db, std::string_view sql, bool persistent) : db_(db), sql_(sql) {

@@ -1,5 +1,6 @@
 #include "data/NotifyDateFormat.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -40,16 +41,19 @@ std::optional<Date> startOfDay(CalendarDay day) {
     fields.tm_mday = day.day;
     fields.tm_isdst = -1;
     // mktime re-reads TZ, and for a midnight that a clock change skips it lands just after the gap.
+    errno = 0;
     std::time_t seconds = std::mktime(&fields);
-    if (seconds == static_cast<std::time_t>(-1)) return std::nullopt;
-    return std::chrono::system_clock::from_time_t(seconds);
+    // -1 is also a real moment (in a zone whose offset has seconds), so only errno tells a failure.
+    if (seconds == static_cast<std::time_t>(-1) && errno != 0) return std::nullopt;
+    // Straight from seconds: the system clock's nanoseconds would overflow before 1678 and after 2262.
+    return Date(std::chrono::seconds(seconds));
 }
 
 std::string iso8601FullLocalTZ(Date date) {
     using namespace std::chrono;
     auto wholeSeconds = floor<std::chrono::seconds>(date);
     int fraction = static_cast<int>(duration_cast<std::chrono::milliseconds>(date - wholeSeconds).count());
-    std::time_t seconds = system_clock::to_time_t(wholeSeconds);
+    std::time_t seconds = platform::timeT(wholeSeconds);
     // localtime_r alone need not notice a changed TZ.
     tzset();
     std::tm local{};

@@ -21,10 +21,9 @@ std::vector<Record> readList(json::JsonReader& reader, json::JsonValue value, Re
     std::vector<Record> records;
     // Counting first is cheap (the structure is already indexed) and saves the copies of growing.
     // The reservation is capped: a hostile list of tiny elements must not reserve far more memory
-    // than its text takes before its first element fails. A value that is no array fails below.
+    // than its text takes before its first element fails.
     constexpr std::size_t maxReserved = 1 << 16;
-    std::size_t count = 0;
-    if (!value.count_elements().get(count)) records.reserve(std::min(count, maxReserved));
+    records.reserve(std::min(reader.elementCount(value), maxReserved));
     reader.array(value, [&](json::JsonValue element) { records.push_back(read(reader, element)); });
     return records;
 }

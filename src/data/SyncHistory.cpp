@@ -41,7 +41,7 @@ void record(const platform::Platform& platform, std::string entry, std::string_v
 std::string SyncHistory::bgFetchKey(int index) { return std::string(bgFetchKeyPrefix) + std::to_string(index); }
 
 std::string SyncHistory::formattedDate(platform::Date date) {
-    std::time_t seconds = std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(date));
+    std::time_t seconds = platform::timeT(date);
     // localtime_r alone need not notice a changed TZ.
     tzset();
     std::tm local{};

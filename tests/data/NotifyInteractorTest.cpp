@@ -168,6 +168,7 @@ TEST_F(NotifyInteractorTest, AFailureMidwayLeavesThePreviousDownloadInTheDatabas
         SCOPED_TRACE(c.table);
         log->clear();
         broadcasts.clear();
+        db().enableTriggersForTesting();
         db().execute(std::string("CREATE TRIGGER boom BEFORE INSERT ON ") + c.table +
                      " BEGIN SELECT RAISE(ABORT, 'boom'); END;");
         interactor->storeNotificationsResponse(response(kSecondDownload));
@@ -265,6 +266,7 @@ TEST_F(NotifyInteractorTest, UploadsAllBatchesAtOnceAndDeletesOnlyConfirmedOnes)
 TEST_F(NotifyInteractorTest, EveryDatabaseFailureIsLoggedWithItsTextAndSwallowed) {
     storeEvents(2);
     // A confirmed batch whose events cannot be deleted keeps them.
+    db().enableTriggersForTesting();
     db().execute("CREATE TRIGGER boom BEFORE DELETE ON notify_analytics_event BEGIN SELECT RAISE(ABORT, 'boom'); END;");
     std::promise<ErrorPtr> uploaded;
     interactor->uploadAnalyticsEventsInDB([&](ErrorPtr error) { uploaded.set_value(error); });

@@ -106,7 +106,7 @@ TEST(DateInterval, ContainsBothEnds) {
     DateInterval interval{Date(seconds(100)), Date(seconds(200))};
     EXPECT_TRUE(interval.contains(Date(seconds(100))));
     EXPECT_TRUE(interval.contains(Date(seconds(200))));
-    EXPECT_FALSE(interval.contains(Date(seconds(200)) + nanoseconds(1)));
+    EXPECT_FALSE(interval.contains(Date(seconds(200)) + microseconds(1)));
     EXPECT_FALSE(interval.contains(Date(seconds(99))));
 }
 
@@ -162,7 +162,6 @@ TEST(NotifyTriggerEvent, DatesReadBackToTheSameInstant) {
         Date(seconds(1709251200)),
         Date(seconds(1709251200) + milliseconds(123)),
         Date(seconds(1709251200) + microseconds(123456)),
-        Date(seconds(1709251200) + nanoseconds(123456789)),
         Date(seconds(-1) + milliseconds(1)),
     };
     for (Date date : dates) {

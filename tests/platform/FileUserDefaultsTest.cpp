@@ -42,8 +42,8 @@ DefaultsDictionary sampleValues() {
         {"wholeDouble", 3600.0},  // must come back as a double, not an integer
         {"infinity", HUGE_VAL},
         {"bool", false},
-        {"date", Date(std::chrono::nanoseconds(1773489600123456789))},
-        {"before1970", Date(std::chrono::nanoseconds(-1500000001))},
+        {"date", Date(std::chrono::microseconds(1773489600123456))},
+        {"before1970", Date(std::chrono::microseconds(-1500001))},
         {"data", DefaultsBytes{0, 1, 2, 0xfe, 0xff}},
         {"data1", DefaultsBytes{0x41}},
         {"data2", DefaultsBytes{0x41, 0x42}},

@@ -33,7 +33,7 @@ TEST(STRFTimeFormatter, DefaultsAndCopies) {
     EXPECT_EQ(f.string(k20200102T030405Z), "2020-01-02T03:04:05+0000");
     STRFTimeFormatter copy = f;
     EXPECT_EQ(copy.string(k20200102T030405Z), "2020-01-02T03:04:05+0000");
-    auto date = std::chrono::system_clock::time_point(std::chrono::milliseconds(1577934245999));
+    auto date = drovel::platform::Date(std::chrono::milliseconds(1577934245999));
     EXPECT_EQ(copy.string(date), "2020-01-02T03:04:05+0000");
 }
 

@@ -3,8 +3,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstddef>
 #include <optional>
 #include <string>
+
+#include "drovel/core/BaseAPIService.h"
 
 namespace drovel::cli {
 
@@ -16,15 +19,16 @@ struct CommandRegistration {
     CommandRegistration(int order, CommandSetup setup);
 };
 
-// All of standard input, or none when it cannot be read.
-std::optional<std::string> readStandardInput();
+// The most a command reads from a file or standard input: what the module accepts as a response
+// body, so that `decode` takes exactly the downloads the module would.
+inline constexpr std::size_t maxInputBytes = core::APIServiceConfiguration::defaultMaxResponseBytes;
 
-// A command's text argument, where "-" stands for standard input. Prints the problem on standard
-// error and gives none when standard input cannot be read.
+// All of the file at path, or of standard input for "-". Prints the problem on standard error and
+// gives none when it cannot be read ("cannot read PATH: reason") or holds more than maxInputBytes
+// ("PATH is larger than N bytes").
+std::optional<std::string> readInput(const std::string& path);
+
+// A command's text argument, where "-" stands for standard input (read as readInput does).
 std::optional<std::string> textOrStandardInput(const std::string& argument);
-
-// The whole file at path, or all of standard input when path is "-". False with the problem
-// ("cannot read <path>: <reason>") when it cannot be read.
-bool readFileOrStandardInput(const std::string& path, std::string& text, std::string& problem);
 
 }  // namespace drovel::cli

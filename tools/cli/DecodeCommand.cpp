@@ -88,11 +88,9 @@ void writeRecords(core::JsonWriter& json, const NotifyNotificationsResponse& res
 }
 
 int run(const Options& options) {
-    std::string text, problem;
-    if (!readFileOrStandardInput(options.path, text, problem)) {
-        std::cerr << problem << '\n';
-        return 1;
-    }
+    auto input = readInput(options.path);
+    if (!input) return 1;
+    const std::string& text = *input;
     auto response = NotifyNotificationsResponse::fromJson(text);
     if (!response) {
         std::cerr << response.error()->description() << '\n';

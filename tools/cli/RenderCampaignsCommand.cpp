@@ -76,11 +76,9 @@ int run(const Options& options) {
         }
         app = std::move(parsed.value());
     }
-    std::string text, problem;
-    if (!readFileOrStandardInput(options.path, text, problem)) {
-        std::cerr << problem << '\n';
-        return 1;
-    }
+    auto input = readInput(options.path);
+    if (!input) return 1;
+    const std::string& text = *input;
     auto response = notify::NotifyNotificationsResponse::fromJson(text);
     if (!response) {
         std::cerr << "cannot decode the download: " << response.error()->description() << '\n';

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <sstream>
 #include <vector>
 
 #include "cli/Command.h"
@@ -28,43 +27,42 @@ std::vector<Entry>& registry() {
 
 CommandRegistration::CommandRegistration(int order, CommandSetup setup) { registry().push_back({order, setup}); }
 
-std::optional<std::string> readStandardInput() {
-    std::ostringstream buffer;
-    buffer << std::cin.rdbuf();
-    if (std::cin.bad()) return std::nullopt;
-    return std::move(buffer).str();
+namespace {
+
+// Reads the stream to its end, but no more than maxInputBytes. name is the input as messages call it.
+std::optional<std::string> readLimited(std::istream& in, const std::string& name) {
+    std::string text;
+    std::vector<char> buffer(1 << 16);
+    while (in) {
+        in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
+        if (text.size() > maxInputBytes) {
+            std::cerr << name << " is larger than " << maxInputBytes << " bytes\n";
+            return std::nullopt;
+        }
+    }
+    if (in.bad()) {
+        std::cerr << "cannot read " << name << '\n';
+        return std::nullopt;
+    }
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> readInput(const std::string& path) {
+    if (path == "-") return readLimited(std::cin, "standard input");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        std::cerr << "cannot read " << path << ": " << std::strerror(errno) << '\n';
+        return std::nullopt;
+    }
+    return readLimited(file, path);
 }
 
 std::optional<std::string> textOrStandardInput(const std::string& argument) {
     if (argument != "-") return argument;
-    auto text = readStandardInput();
-    if (!text) std::cerr << "cannot read standard input\n";
-    return text;
-}
-
-bool readFileOrStandardInput(const std::string& path, std::string& text, std::string& problem) {
-    if (path == "-") {
-        auto input = readStandardInput();
-        if (!input) {
-            problem = "cannot read standard input";
-            return false;
-        }
-        text = std::move(*input);
-        return true;
-    }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        problem = "cannot read " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    std::ostringstream buffer;
-    buffer << file.rdbuf();
-    if (file.bad()) {
-        problem = "cannot read " + path;
-        return false;
-    }
-    text = std::move(buffer).str();
-    return true;
+    return readInput(argument);
 }
 
 }  // namespace drovel::cli

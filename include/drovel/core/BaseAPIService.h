@@ -156,12 +156,17 @@ private:
 
 struct APIServiceConfiguration {
     static constexpr std::chrono::milliseconds defaultTimeout{30000};
+    // A real answer (a campaigns download for one position) is a few MB.
+    static constexpr std::size_t defaultMaxResponseBytes = platform::HttpRequest::defaultMaxResponseBytes;
 
     // Scheme, host and optional path prefix, e.g. "https://api.example.com"; a trailing "/" is ignored.
     std::string baseURL;
     // Sent as "Authorization: Bearer <apiToken>"; no Authorization header when empty.
     std::string apiToken;
     std::chrono::milliseconds timeout = defaultTimeout;
+    // A response whose body is larger fails as an APIError of kind transport (responseTooLarge)
+    // before anything decodes it.
+    std::size_t maxResponseBytes = defaultMaxResponseBytes;
 };
 
 // The text with every byte outside A-Z a-z 0-9 "-._~" written as %XX (upper-case hex).

@@ -147,7 +147,10 @@ class DrovelDBManager {
 public:
     // Opens the SQLite file at atPath, creating it and its parent folder when missing, in WAL mode
     // with a busy timeout. Throws DatabaseError when the folder or file cannot be made or opened,
-    // or when the file is not a database; such a file is left as it is.
+    // or when the file is not a database or holds triggers or views (the SDK never makes any);
+    // such a file is left as it is. The connection runs no trigger, view or schema function, and
+    // any statement that runs far longer than the SDK's own fails with DatabaseError (code
+    // SQLITE_INTERRUPT) instead of running on.
     explicit DrovelDBManager(const std::string& atPath);
     ~DrovelDBManager();
     DrovelDBManager(const DrovelDBManager&) = delete;
@@ -158,6 +161,10 @@ public:
     // The schema version stored in the file itself (PRAGMA user_version): 0 for a new file.
     int dbVersion() const;
     void setDbVersion(int version);
+
+    // Tests only: lets triggers made on this connection fire (tests inject failures with RAISE).
+    // The SDK never calls it.
+    void enableTriggersForTesting();
 
     // Runs an SQL text as it stands; a text of several statements runs them in order, and rows
     // they return are dropped. Statements that ran before a failing one keep their effect.
@@ -225,12 +232,16 @@ private:
     void readRows(std::string_view sql, FunctionRef<void(const DatabaseRow&)> onRow) const;
     void executeLocked(std::string_view raw);
     [[noreturn]] void fail() const;
+    // SQLite's progress handler: abandons the running statement once it ran too long.
+    static int onProgress(void* manager);
 
     std::string path_;
     sqlite3* db_ = nullptr;
     std::unique_ptr<StatementCache> cache_;
     mutable std::recursive_mutex mutex_;
     int savepointCounter_ = 0;
+    // Progress handler calls since the running statement started; reset as each one starts.
+    mutable std::uint64_t statementTicks_ = 0;
 };
 
 // A transaction on a DrovelDBManager: BEGIN IMMEDIATE, or a savepoint when a transaction is

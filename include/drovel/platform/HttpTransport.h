@@ -36,8 +36,10 @@ struct HttpRequest {
     std::string body;
     // The whole exchange (connecting, sending, receiving) must finish within this time; zero: no limit.
     std::chrono::milliseconds timeout{30000};
-    // A larger response body fails the request with responseTooLarge rather than filling memory.
-    std::size_t maxResponseBytes = 64u << 20;
+    static constexpr std::size_t defaultMaxResponseBytes = 32u << 20;
+    // A larger response body (after any content decoding) fails the request with responseTooLarge
+    // rather than filling memory; a response that announces a larger length fails before its body.
+    std::size_t maxResponseBytes = defaultMaxResponseBytes;
 };
 
 struct HttpResponse {
