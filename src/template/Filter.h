@@ -41,7 +41,7 @@ public:
     // Fields must be in range (a 31 February is no date) and seconds may be 60. Every year from
     // 0001 to 9999 is a date (the platform date, in nanoseconds, ends in 1677 and 2262, hence
     // microseconds here). Local time follows TZ.
-    using Date = std::chrono::sys_time<std::chrono::microseconds>;
+    using Date = platform::Date;  // microseconds: every year from 0001 to 9999
     static std::optional<Date> parseDate(std::string_view string);
     // The same, with "now" and "today" meaning `now`.
     static std::optional<Date> parseDate(std::string_view string, platform::Date now);

@@ -290,7 +290,7 @@ std::optional<Filter::Date> dateFrom(const Fields& fields) {
 }  // namespace
 
 std::optional<Filter::Date> Filter::parseDate(std::string_view string) {
-    return parseDate(string, currentDate());
+    return parseDate(string, std::chrono::floor<platform::Date::duration>(currentDate()));
 }
 
 std::optional<Filter::Date> Filter::parseDate(std::string_view string, platform::Date now) {

@@ -32,14 +32,10 @@ std::optional<std::string> STRFTimeFormatter::string(double secondsSince1970) co
     return std::string(buffer, length);
 }
 
-std::optional<std::string> STRFTimeFormatter::string(std::chrono::sys_time<std::chrono::microseconds> date) const {
+std::optional<std::string> STRFTimeFormatter::string(platform::Date date) const {
     // Whole seconds toward zero, without a trip through a double.
     auto seconds = std::chrono::duration_cast<std::chrono::seconds>(date.time_since_epoch()).count();
     return string(static_cast<double>(seconds));
-}
-
-std::optional<std::string> STRFTimeFormatter::string(platform::Date date) const {
-    return string(std::chrono::duration<double>(date.time_since_epoch()).count());
 }
 
 }  // namespace drovel::templating

@@ -23,9 +23,8 @@ public:
     // lies outside the signed 64-bit range throws TemplateFatalError (Context.h), which abandons
     // the rendering that asked for it.
     std::optional<std::string> string(double secondsSince1970) const;
-    std::optional<std::string> string(platform::Date date) const;
     // Dates of any year from 0001 to 9999 and beyond.
-    std::optional<std::string> string(std::chrono::sys_time<std::chrono::microseconds> date) const;
+    std::optional<std::string> string(platform::Date date) const;
 };
 
 }  // namespace drovel::templating
