@@ -12,7 +12,8 @@ using drovel::templating::render;
 
 const auto& appContext() {
     static const auto context =
-        makeAppContext({{"first_name", "ann"}, {"points", "120"}, {"store", "Main St"}, {"tier", "gold"}});
+        makeAppContext({{"first_name", "ann"}, {"points", "120"}, {"store", "Main St"}, {"tier", "gold"},
+                        {"visits", "4"}, {"promo", "Two for one on all salads today"}, {"url", "https://ex.com/a b?c=d"}});
     return context;
 }
 
@@ -28,6 +29,17 @@ BENCHMARK_CAPTURE(renderTemplate, points_with_filter,
 BENCHMARK_CAPTURE(renderTemplate, tier_conditional,
                   "{% if app.tier == 'gold' %}Gold perk: free coffee{% elsif app.tier == 'silver' %}Silver perk"
                   "{% else %}Welcome!{% endif %}");
+BENCHMARK_CAPTURE(renderTemplate, filters_in_text,
+                  "{{ app.first_name | capitalize }}, {{ app.points | plus: 50 }} points waiting at "
+                  "{{ app.store | upcase }}");
+BENCHMARK_CAPTURE(renderTemplate, tier_perks,
+                  "{% if app.tier == 'gold' %}Gold perk: free coffee{% elsif app.tier == 'silver' %}Silver perk: 10% off"
+                  "{% else %}Welcome!{% endif %}");
+BENCHMARK_CAPTURE(renderTemplate, visit_loop,
+                  "{% assign n = app.visits | plus: 1 %}Visit #{{ n }}: {% for i in (1..3) %}{{ i }}"
+                  "{% unless forloop.last %}, {% endunless %}{% endfor %}");
+BENCHMARK_CAPTURE(renderTemplate, promo_and_url,
+                  "{{ app.promo | default: 'Deals inside' | truncate: 20 }} - {{ app.url | url_encode }}");
 
 }  // namespace
 
