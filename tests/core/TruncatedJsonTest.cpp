@@ -16,6 +16,7 @@
 #include "drovel/notify/NotifyTriggerEvent.h"
 #include "drovel/platform/UserInfo.h"
 #include "linux/FileUserDefaults.h"
+#include "linux/UserDefaultsJson.h"
 
 namespace {
 

@@ -235,9 +235,9 @@ TEST(CampaignRequests, TriggerHistoryHoldsBackForWholeDaysOrForever) {
         EXPECT_EQ(isHeldBackByTriggerHistory(campaign, events, at(now)), c.heldBack)
             << c.repeatIntervalDays.value_or(-99) << " days, " << c.hoursAgo.size() << " events";
     }
-    // A second before the interval ends it still holds.
+    // A microsecond before the interval ends it still holds.
     auto campaign = geofence(1, 150, 1);
-    EXPECT_TRUE(isHeldBackByTriggerHistory(campaign, {fired(at(now))}, at(now + 24 * hour) - nanoseconds(1)));
+    EXPECT_TRUE(isHeldBackByTriggerHistory(campaign, {fired(at(now))}, at(now + 24 * hour) - microseconds(1)));
     EXPECT_FALSE(isHeldBackByTriggerHistory(campaign, {fired(at(now))}, at(now + 24 * hour)));
 }
 
