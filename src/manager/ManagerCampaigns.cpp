@@ -11,6 +11,25 @@
 
 namespace drovel::notify {
 
+namespace {
+
+// What was loaded and has not fired: the fired sites taken out of their campaigns' lists, and the
+// fired beacon campaigns (empty lists) dropped, as are geofence campaigns left without a site.
+LoadedCampaigns withoutFired(LoadedCampaigns loaded, const LoadedCampaigns& fired) {
+    for (const auto& [campaignID, sites] : fired.store) {
+        if (sites.empty()) {
+            loaded.store.erase(campaignID);
+            continue;
+        }
+        for (auto siteID : sites) loaded.remove(campaignID, siteID);
+        if (auto it = loaded.store.find(campaignID); it != loaded.store.end() && it->second.empty())
+            loaded.store.erase(it);
+    }
+    return loaded;
+}
+
+}  // namespace
+
 // ---- set-up ----
 
 void Manager::getPendingV2Notifications(Callback completion) {
@@ -134,6 +153,7 @@ void Manager::detectTriggeredCampaigns() {
         }
         managerLog().verbose("SyncDebug: Removing pending campaigns", DROVEL_SOURCE(kManagerFile, function));
         auto fired = firedCampaigns(loaded, pending);
+        auto stillPending = withoutFired(loaded, fired);
         managerLog().verbose("SyncDebug: Finished removing pending campaigns", DROVEL_SOURCE(kManagerFile, function));
         if (fired.empty()) {
             group->leave();
@@ -141,7 +161,7 @@ void Manager::detectTriggeredCampaigns() {
         }
         if (!fired.needToRangeForSite()) {
             managerLog().verbose("SyncDebug: campaigns.needToRangeForSite == false", DROVEL_SOURCE(kManagerFile, function));
-            self->logTriggeredEvents(fired, std::nullopt);
+            self->logTriggeredEvents(fired, std::nullopt, std::move(stillPending));
             managerLog().verbose("SyncDebug: Leaving DG for detectTriggeredCampaigns()",
                                  DROVEL_SOURCE(kManagerFile, function));
             group->leave();
@@ -151,13 +171,13 @@ void Manager::detectTriggeredCampaigns() {
         auto uuid = beaconUUIDForRanging(self->interactor_->campaigns());
         if (!uuid) {
             managerLog().verbose("SyncDebug: No beaconUUID found in campaigns", DROVEL_SOURCE(kManagerFile, function));
-            self->logTriggeredEvents(fired, std::nullopt);
+            self->logTriggeredEvents(fired, std::nullopt, std::move(stillPending));
             group->leave();
             return;
         }
         // This runs on the centre's thread, never the main queue, as ranging requires.
         self->locationManager_->rangeForSiteIfNeeded(
-            uuid->uuidString(), [weak, group, fired](LocationManager::BeaconResult result) {
+            uuid->uuidString(), [weak, group, fired, stillPending](LocationManager::BeaconResult result) mutable {
                 constexpr std::string_view function = "detectTriggeredCampaigns()";
                 auto self = weak.lock();
                 if (!self) {
@@ -173,14 +193,15 @@ void Manager::detectTriggeredCampaigns() {
                     managerLog().error("SyncDebug: Ranging failed: " + result.error()->description(),
                                        DROVEL_SOURCE(kManagerFile, function));
                 }
-                self->logTriggeredEvents(fired, siteID);
+                self->logTriggeredEvents(fired, siteID, std::move(stillPending));
                 group->leave();
             });
     });
     group->wait();
 }
 
-void Manager::logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional<std::int64_t> rangedSiteID) {
+void Manager::logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional<std::int64_t> rangedSiteID,
+                                 LoadedCampaigns stillPending) {
     managerLog().verbose("SyncDebug: Logging triggered events",
                          DROVEL_SOURCE(kManagerFile, "logTriggeredEvents(_:rangeResult:)"));
     CampaignTextRenderer renderer(storedCustomTemplateContent(*platform_.userDefaults));
@@ -192,12 +213,13 @@ void Manager::logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional
         interactor_->logAnalyticsEvent(NotifyAnalyticsEventType::notificationTriggered, event.campaignID,
                                        std::move(event.params));
     }
-    LoadedCampaigns loaded;
+    // A fired request is no longer scheduled: it is forgotten, so that a detection before the next
+    // set-up does not count it again.
     {
         std::lock_guard lock(mutex_);
-        loaded = loadedCampaigns_;
+        loadedCampaigns_ = stillPending;
     }
-    setLoadedCampaigns(*platform_.userDefaults, loaded);
+    setLoadedCampaigns(*platform_.userDefaults, stillPending);
 }
 
 // ---- clicks ----

@@ -177,9 +177,10 @@ private:
 
     // ---- campaign notifications, detection and clicks (ManagerCampaigns.cpp) ----
     void detectTriggeredCampaigns();
-    // Records "notification_triggered" events and the trigger events of the fired pairs; on the
-    // thread the detection ends on.
-    void logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional<std::int64_t> rangedSiteID);
+    // Records "notification_triggered" events and the trigger events of the fired pairs, then
+    // keeps stillPending as the loaded campaigns; on the thread the detection ends on.
+    void logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional<std::int64_t> rangedSiteID,
+                            LoadedCampaigns stillPending);
     void recordClickEvent(const platform::UserInfo& userInfo);
     void setUpCampaigns(Callback callback);
     // Removes the pending campaign notifications; completion runs on the centre's thread with the
