@@ -6,14 +6,24 @@
 //   BM_SetUpCampaigns/shared_texts     campaigns share a few dozen texts, as real ones do
 //   BM_SetUpCampaigns/distinct_texts   every pair has its own title and body (the worst case)
 //   BM_StoreLoadedCampaignsPerAdd      writing the remembered store after every add, for comparison
+//   BM_ManagerSetUpCampaigns           the manager's own set-up (as an orders report starts it) on the
+//                                      Linux platform with that centre, the download read from its database
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <optional>
 
 #include "DownloadGenerator.h"
 #include "drovel/notify/LoadedCampaigns.h"
 #include "drovel/notify/NotifyNotificationsResponse.h"
+#include "Helpers/UserDefaultsKey.h"
+#include "data/NotifyDBManager.h"
+#include "drovel/core/Core.h"
+#include "drovel/core/DrovelDBManager.h"
+#include "drovel/notify/Manager.h"
+#include "linux/LinuxPlatform.h"
 #include "manager/CampaignRequestBuilder.h"
 
 namespace {
@@ -104,6 +114,48 @@ void BM_StoreLoadedCampaignsPerAdd(benchmark::State& state) {
     state.counters["requests"] = static_cast<double>(requests.size());
 }
 BENCHMARK(BM_StoreLoadedCampaignsPerAdd)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// The manager's set-up of the shared-texts download: removal, rendering, adds, the remembered store
+// kept in memory and written once to the user defaults.
+void BM_ManagerSetUpCampaigns(benchmark::State& state) {
+    const auto& response = download(false);
+    char folder[] = "/tmp/drovel-bench-XXXXXX";
+    if (!mkdtemp(folder)) std::abort();
+    {
+        auto made = platform::makeLinuxPlatform(std::string(folder));
+        if (!made) std::abort();
+        auto platform = made.value();
+        auto center = std::make_shared<AcceptingCenter>();
+        platform.userNotificationCenter = center;
+        notify::setCustomTemplateContent(*platform.userDefaults, kApp);
+        const auto path = notify::NotifyDBManager::databasePath(platform.applicationSupportDirectory);
+        {
+            // The manager's interactor reads the stored download when its database is not new.
+            notify::NotifyDBManager writer(path, true);
+            writer.dbManager().save(*response.included.campaigns);
+            writer.dbManager().save(*response.included.sites);
+            writer.dbManager().save(response.data);
+        }
+        auto core = std::make_shared<core::Core>(platform);
+        auto manager = notify::Manager::make(platform, core, std::make_shared<notify::NotifyDBManager>(path, true));
+        manager->setLogLevel(core::LogLevel::error);
+        for (auto _ : state) {
+            // The removal and the adds complete at once; the building job waits on the main queue.
+            manager->ordersUpdated({});
+            platform.mainQueue->drain();
+            if (center->pending.size() != response.data.size()) state.SkipWithError("not every request was added");
+        }
+        state.counters["requests"] = static_cast<double>(center->pending.size());
+        state.counters["per_request"] = benchmark::Counter(static_cast<double>(center->pending.size()),
+                                                           benchmark::Counter::kIsIterationInvariantRate |
+                                                               benchmark::Counter::kInvert);
+        std::weak_ptr<notify::Manager> last = manager;
+        manager.reset();
+        platform.mainQueue->runUntil([&] { return last.expired(); }, std::chrono::seconds(10));
+    }
+    std::filesystem::remove_all(folder);
+}
+BENCHMARK(BM_ManagerSetUpCampaigns)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -35,6 +35,25 @@ inline const std::string kOneCampaign = R"({"min_sync_interval_seconds": 0,
                               "end_day": "2026-12-31", "repeat_interval_days": 1, "content": {},
                               "defer_on_pickup": false}],
                "sites": [{"id": 10, "distance_meters": 15, "latitude": "52.2", "longitude": "4.4"}]}})";
+// A geofence campaign (7) at sites 10 and 11 with templated texts, a deep link and metadata; a
+// beacon campaign (8) for any site; a beacon campaign (9) for the area of interest with major 3.
+// Site 12 carries the beacon minor 5.
+inline const std::string kCampaigns = R"({"min_sync_interval_seconds": 0,
+  "data": [{"campaign_id": 7, "site_id": 10, "content": {"notification": {"title": "Hi {{ app.name }}", "body": "Near {{ 'site' | upcase }}"},
+                                                       "deep_link_url": "shop://deal/{{ app.name }}", "metadata": {"tier": "{{ app.tier }}"}}},
+           {"campaign_id": 7, "site_id": 11, "content": {"notification": {"title": "Hello", "body": "{{ app.missing }}"}}},
+           {"campaign_id": 8, "content": {"notification": {"title": "Beacon"}, "metadata": {"kind": "b"}}},
+           {"campaign_id": 9, "content": {}}],
+  "included": {"campaigns": [
+      {"id": 7, "region_type": "geofence", "geofence_radius_meters": 150, "start_day": "2026-01-01", "end_day": "2026-12-31",
+       "repeat_interval_days": 1, "content": {"metadata": {"tier": "{{ app.tier }}"}}, "defer_on_pickup": false},
+      {"id": 8, "region_type": "beacon", "beacon_uuid": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "start_day": "2026-01-01",
+       "end_day": "2026-12-31", "content": {"metadata": {"kind": "b"}}, "defer_on_pickup": false},
+      {"id": 9, "region_type": "beacon", "beacon_uuid": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "beacon_major": 3,
+       "start_day": "2026-01-01", "end_day": "2026-12-31", "content": {}, "defer_on_pickup": false}],
+    "sites": [{"id": 10, "distance_meters": 15, "latitude": "52.2", "longitude": "4.4"},
+              {"id": 11, "distance_meters": 25, "latitude": "52.3", "longitude": "4.5"},
+              {"id": 12, "distance_meters": 35, "latitude": "52.4", "longitude": "4.6", "beacon_minor": 5}]}})";
 inline const std::string kNoCampaigns = R"({"min_sync_interval_seconds": 0, "data": [], "included": {"campaigns": []}})";
 
 inline std::optional<NotifyErrorType> errorType(const core::ErrorPtr& error) {
@@ -120,6 +139,19 @@ struct Harness {
         EXPECT_TRUE(pumpUntil([&] { return done; }));
         return result;
     }
+
+    // The analytics events stored and not yet uploaded, of one kind.
+    std::vector<NotifyAnalyticsEvent> analyticsEvents(NotifyAnalyticsEventType type) {
+        std::vector<NotifyAnalyticsEvent> events;
+        for (auto& event : database->dbManager().fetchAll<NotifyAnalyticsEvent>())
+            if (event.name() == type) events.push_back(std::move(event));
+        return events;
+    }
+    std::vector<NotifyTriggerEvent> triggerEvents() { return database->dbManager().fetchAll<NotifyTriggerEvent>(); }
+    // Keeps analytics events in the database: every upload fails.
+    void failUploads() { fake.httpTransport->respond(platform::HttpMethod::post, std::string(kEventsPath), 500, ""); }
+    // Waits until every add and removal the centre was asked for has completed.
+    void settleCentre() { fake.userNotificationCenter->waitForCallbacks(); }
 
     std::size_t triggerEventCount() { return database->dbManager().fetchAll<NotifyTriggerEvent>().size(); }
     std::size_t notificationsRequests() const {

@@ -1,0 +1,252 @@
+// Campaign notifications on the fake platform: what a sync schedules, the repeat rules, failed
+// adds, and the detection of fired notifications at the next sync.
+
+#include <algorithm>
+
+#include "manager/ManagerHarness.h"
+
+namespace drovel::notify::test {
+namespace {
+
+using drovel::testing::ScopedLogCapture;
+using platform::UserInfo;
+
+constexpr std::string_view kGeofence10 = "drovel.notify.v2 geofence_approach 7 10";
+constexpr std::string_view kGeofence11 = "drovel.notify.v2 geofence_approach 7 11";
+constexpr std::string_view kBeaconSite = "drovel.notify.v2 beacon_site 8";
+constexpr std::string_view kBeaconArea = "drovel.notify.v2 beacon_area_of_interest 9";
+
+std::vector<std::string> sorted(std::vector<std::string> texts) {
+    std::sort(texts.begin(), texts.end());
+    return texts;
+}
+
+std::optional<platform::NotificationRequest> pendingNamed(Harness& h, std::string_view identifier) {
+    for (auto& request : h.fake.userNotificationCenter->pending())
+        if (request.identifier == identifier) return request;
+    return std::nullopt;
+}
+
+// A harness with the campaigns download and the app's name, after one forced sync.
+struct CampaignsHarness : Harness {
+    CampaignsHarness() {
+        answerNotifications(200, kCampaigns);
+        setCustomTemplateContent(*fake.userDefaults, {{"name", "Ann"}, {"tier", "gold"}});
+        failUploads();
+        enable();
+        EXPECT_EQ(syncAndWait(true), nullptr);
+        settleCentre();
+    }
+    // Re-runs the set-up as an orders report does, and waits for its adds.
+    void setUpAgain(std::size_t adds) {
+        const auto before = fake.userNotificationCenter->addedRequests().size();
+        manager().ordersUpdated({});
+        EXPECT_TRUE(pumpUntil([&] { return fake.userNotificationCenter->addedRequests().size() >= before + adds; }));
+        settleCentre();
+    }
+};
+
+TEST(ManagerCampaignsTest, ASyncSchedulesEveryPairWithRenderedTexts) {
+    CampaignsHarness h;
+    EXPECT_EQ(sorted(h.fake.userNotificationCenter->pendingIdentifiers()),
+              sorted({std::string(kBeaconArea), std::string(kBeaconSite), std::string(kGeofence10),
+                      std::string(kGeofence11)}));
+
+    auto geofence = pendingNamed(h, kGeofence10);
+    ASSERT_TRUE(geofence);
+    EXPECT_EQ(geofence->content.title, "Hi Ann");
+    EXPECT_EQ(geofence->content.body, "Near SITE");
+    EXPECT_EQ(geofence->content.sound, platform::NotificationSound::defaultSound);
+    EXPECT_EQ(geofence->content.userInfo,
+              (UserInfo{{"message_source", "drovel.notify.v2"}, {"Drovel.Notify.CampaignID", 7},
+                        {"Drovel.Notify.SiteID", 10}, {"Drovel.Notify.DeepLinkURL", "shop://deal/Ann"},
+                        {"Drovel.Notify.Metadata", UserInfo{{"tier", "gold"}}}}));
+    // A template whose whole output is empty is shown as written.
+    EXPECT_EQ(pendingNamed(h, kGeofence11)->content.body, "{{ app.missing }}");
+    auto area = pendingNamed(h, kBeaconArea);
+    ASSERT_TRUE(area);
+    const auto* region = std::get_if<platform::BeaconRegion>(&area->trigger->region);
+    ASSERT_TRUE(region);
+    EXPECT_EQ(region->major, 3);
+
+    auto loaded = loadedCampaigns(*h.fake.userDefaults);
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(loaded->store, (std::map<std::int64_t, std::vector<std::int64_t>>{{7, {10, 11}}, {8, {}}, {9, {}}}));
+}
+
+TEST(ManagerCampaignsTest, TriggerHistoryHoldsACampaignBackUntilItsIntervalOrAForcedSync) {
+    CampaignsHarness h;
+    const auto now = h.fake.clock->now();
+    struct Case {
+        const char* name;
+        std::int64_t campaignID;  // 7 (two sites) repeats daily, 8 has no interval
+        platform::Date lastTriggered;
+        std::size_t scheduled;    // of the four requests
+    };
+    const Case cases[] = {
+        {"within the interval", 7, now - 23h, 2},
+        {"after the interval", 7, now - 25h, 4},
+        {"no interval, long ago", 8, now - 24h * 300, 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        h.database->dbManager().deleteAll<NotifyTriggerEvent>();
+        h.database->dbManager().save(NotifyTriggerEvent(c.lastTriggered, c.campaignID, std::nullopt));
+        h.setUpAgain(c.scheduled);
+        EXPECT_EQ(h.fake.userNotificationCenter->pending().size(), c.scheduled);
+        EXPECT_EQ(pendingNamed(h, c.campaignID == 7 ? kGeofence10 : kBeaconSite).has_value(), c.scheduled == 4);
+    }
+    // A forced sync starts the repeat bookkeeping afresh.
+    EXPECT_EQ(h.syncAndWait(true), nullptr);
+    h.settleCentre();
+    EXPECT_TRUE(pendingNamed(h, kBeaconSite));
+}
+
+TEST(ManagerCampaignsTest, AFailedAddIsLoggedRecordedAndNotRemembered) {
+    ScopedLogCapture logs;
+    CampaignsHarness h;
+    auto error = std::make_shared<platform::UserNotificationError>(platform::UserNotificationError::Code::notificationsNotAllowed);
+    h.fake.userNotificationCenter->failAdds(std::string(kGeofence11), error);
+    const auto sdkErrorsBefore = logs->count("SyncDebug: Logging SDK error events");
+    h.setUpAgain(4);
+
+    auto failed = h.fake.userNotificationCenter->addedRequests().back();
+    for (const auto& request : h.fake.userNotificationCenter->addedRequests())
+        if (request.identifier == kGeofence11) failed = request;
+    EXPECT_TRUE(logs->contains("Failed to add notification request " + failed.description() +
+                               ", with error: Notifications are not allowed for this application"));
+    EXPECT_EQ(logs->count("SyncDebug: Logging SDK error events"), sdkErrorsBefore + 1);
+    ASSERT_TRUE(h.pumpUntil([&] { return loadedCampaigns(*h.fake.userDefaults).has_value(); }));
+    EXPECT_EQ(loadedCampaigns(*h.fake.userDefaults)->store,
+              (std::map<std::int64_t, std::vector<std::int64_t>>{{7, {10}}, {8, {}}, {9, {}}}));
+}
+
+TEST(ManagerCampaignsTest, AFiredGeofenceRequestIsLoggedWithItsSiteAtTheNextSync) {
+    ScopedLogCapture logs;
+    CampaignsHarness h;
+    ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kGeofence10));
+    // Not due again today: the sync only detects.
+    EXPECT_EQ(h.syncAndWait(false), nullptr);
+
+    auto triggered = h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered);
+    ASSERT_EQ(triggered.size(), 1u);
+    EXPECT_EQ(triggered[0].campaignID(), 7);
+    EXPECT_EQ(triggered[0].params(), (NotifyAnalyticsEvent::Params{{"content_metadata_tier", "gold"}, {"site_id", "10"}}));
+    ASSERT_EQ(h.triggerEvents().size(), 1u);
+    EXPECT_EQ(h.triggerEvents()[0], NotifyTriggerEvent(h.fake.clock->now(), 7, 10));
+    EXPECT_TRUE(logs->contains("SyncDebug: campaigns.needToRangeForSite == false"));
+    EXPECT_TRUE(logs->contains("SyncDebug: Leaving DG for detectTriggeredCampaigns()"));
+
+    // What fired is forgotten: the next detection does not count it again.
+    EXPECT_EQ(h.syncAndWait(false), nullptr);
+    EXPECT_EQ(h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered).size(), 1u);
+}
+
+TEST(ManagerCampaignsTest, AFiredBeaconRequestIsLoggedWithTheRangedSite) {
+    struct Case {
+        const char* name;
+        bool rangingFails;
+        std::optional<std::string> siteID;
+    };
+    for (const auto& c : {Case{"a beacon of site 12", false, "12"}, Case{"ranging fails", true, std::nullopt}}) {
+        SCOPED_TRACE(c.name);
+        ScopedLogCapture logs;
+        CampaignsHarness h;
+        ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
+        bool done = false;
+        h.manager().sync(false, [&](core::ErrorPtr) { done = true; });
+        ASSERT_TRUE(h.pumpUntil([&] { return !h.fake.locationProvider->rangedConstraints().empty(); }));
+        const auto constraint = h.fake.locationProvider->rangedConstraints()[0];
+        EXPECT_EQ(constraint.uuid, "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+        if (c.rangingFails) {
+            h.fake.locationProvider->reportRangingFailure(constraint, makeNotifyError(NotifyErrorType::noBeaconInRange));
+        } else {
+            platform::Beacon beacon;
+            beacon.uuid = constraint.uuid;
+            beacon.minor = 5;
+            h.fake.locationProvider->reportRange({beacon}, constraint);
+        }
+        ASSERT_TRUE(h.pumpUntil([&] { return done; }));
+
+        auto triggered = h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered);
+        ASSERT_EQ(triggered.size(), 1u);
+        EXPECT_EQ(triggered[0].campaignID(), 8);
+        NotifyAnalyticsEvent::Params expected{{"content_metadata_kind", "b"}};
+        if (c.siteID) expected.emplace("site_id", *c.siteID);
+        EXPECT_EQ(triggered[0].params(), expected);
+        EXPECT_TRUE(logs->contains("SyncDebug: Finished locationManager.rangeForSiteIfNeeded"));
+        EXPECT_EQ(logs->contains("SyncDebug: Ranging failed: "), c.rangingFails);
+    }
+}
+
+TEST(ManagerCampaignsTest, NothingIsDetectedBeforeASetUp) {
+    ScopedLogCapture logs;
+    Harness h;
+    h.failUploads();
+    h.enable();
+    EXPECT_EQ(h.syncAndWait(false), nullptr);
+    EXPECT_TRUE(logs->contains("SyncDebug: Stopped Detecting triggered campaigns. No campaigns have been loaded"));
+    EXPECT_TRUE(h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered).empty());
+}
+
+}  // namespace
+}  // namespace drovel::notify::test
+
+namespace drovel::notify::test {
+namespace {
+
+// A phone's day on the fakes: campaigns scheduled, a geofence and a beacon notification fired, a
+// tap, and the host's site notifications.
+TEST(ManagerCampaignsTest, EndToEnd) {
+    CampaignsHarness h;
+    ASSERT_EQ(h.fake.userNotificationCenter->pending().size(), 4u);
+    EXPECT_EQ(pendingNamed(h, kGeofence10)->content.title, "Hi Ann");
+
+    auto tapped = h.fake.userNotificationCenter->deliver(kGeofence10);
+    ASSERT_TRUE(tapped);
+    ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
+    bool done = false;
+    h.manager().sync(false, [&](core::ErrorPtr) { done = true; });
+    ASSERT_TRUE(h.pumpUntil([&] { return !h.fake.locationProvider->rangedConstraints().empty(); }));
+    platform::Beacon beacon;
+    beacon.uuid = h.fake.locationProvider->rangedConstraints()[0].uuid;
+    beacon.minor = 5;
+    h.fake.locationProvider->reportRange({beacon}, h.fake.locationProvider->rangedConstraints()[0]);
+    ASSERT_TRUE(h.pumpUntil([&] { return done; }));
+    std::map<std::int64_t, std::string> sitesByCampaign;
+    for (const auto& event : h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered))
+        sitesByCampaign[*event.campaignID()] = event.params().at("site_id");
+    EXPECT_EQ(sitesByCampaign, (std::map<std::int64_t, std::string>{{7, "10"}, {8, "12"}}));
+
+    h.fake.application->setApplicationState(platform::ApplicationState::background);
+    platform::NotificationResponse response;
+    response.request = *tapped;
+    EXPECT_EQ(h.manager().handle(response), (std::map<std::string, std::string>{{"tier", "gold"}}));
+    h.fake.mainQueue->drain();
+    EXPECT_EQ(h.fake.application->openedURLs(), std::vector<std::string>{"shop://deal/Ann"});
+    EXPECT_EQ(h.syncAndWait(false), nullptr);
+    auto clicks = h.analyticsEvents(NotifyAnalyticsEventType::notificationClicked);
+    ASSERT_EQ(clicks.size(), 1u);
+    EXPECT_EQ(clicks[0].campaignID(), 7);
+
+    h.manager().configure(std::nullopt, nullptr);
+    core::Site site;
+    site.geofence = core::Geofence{52.2, 4.4, 80};
+    std::atomic<int> reports{0};
+    for (std::int64_t id : {1, 2}) {
+        site.id = id;
+        h.manager().createForSites({site}, NotificationInfo("Hi", "There", std::nullopt), [&](core::ErrorPtr error) {
+            EXPECT_EQ(error, nullptr);
+            ++reports;
+        });
+        ASSERT_TRUE(h.pumpUntil([&] { return reports == id; }));
+        h.settleCentre();
+    }
+    auto pending = h.fake.userNotificationCenter->pendingIdentifiers();
+    EXPECT_EQ(std::count(pending.begin(), pending.end(), "drovel.notify 2"), 1);
+    EXPECT_EQ(std::count(pending.begin(), pending.end(), "drovel.notify 1"), 0);
+    EXPECT_EQ(pending.size(), 3u);  // and the two campaign requests that did not fire
+}
+
+}  // namespace
+}  // namespace drovel::notify::test
