@@ -20,7 +20,7 @@ platform::Date localTime(int year, int month, int day, int hour, int minute, int
     tm.tm_min = minute;
     tm.tm_sec = second;
     tm.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&tm));
+    return platform::toDate(std::chrono::system_clock::from_time_t(std::mktime(&tm)));
 }
 
 TEST(ManagerSyncTest, TheSecondSyncJobStartsAfterTheFirstCallbackRan) {
