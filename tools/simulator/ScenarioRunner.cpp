@@ -55,23 +55,33 @@ std::string makeTemporaryDevice() {
     return pattern;
 }
 
-// Counts the syncs the module starts on its own (on activation), from its log, and its errors.
+// Follows the module's syncs (every one, whoever started it) and counts its errors, from its log.
 class WatchingSink final : public core::LogSink {
 public:
     void write(const core::LogRecord& record) override {
         if (record.loggerName == "DrovelNotify") {
             const std::string_view message = record.message;
-            if (message.starts_with("SyncDebug: Sync initiated from performSyncIfNeeded")) ++syncsInFlight;
-            if (message.starts_with("SyncDebug: Finished Sync initiated from performSyncIfNeeded")) --syncsInFlight;
+            constexpr std::string_view result = "SyncDebug: doSync() callback result: ";
+            if (message == "SyncDebug: Entering dispatch group") ++syncsInFlight;
+            if (message == "SyncDebug: Leaving dispatch group") --syncsInFlight;
+            if (message.starts_with(result) && onSync) {
+                // "<true|false> error: <description|nil>"
+                std::string_view rest = message.substr(result.size());
+                const bool fetched = rest.starts_with("true");
+                const auto at = rest.find("error: ");
+                std::string_view error = at == std::string_view::npos ? "" : rest.substr(at + 7);
+                onSync(fetched, error == "nil" ? std::string() : std::string(error));
+            }
             if (record.level == core::LogLevel::error) ++errors;
         }
         // Only warnings and errors reach the terminal: the event lines are the run's story.
-        if (next && record.level >= core::LogLevel::warning) next->write(record);
+        if (next && (std::getenv("DROVEL_SIM_TRACE") || record.level >= core::LogLevel::warning)) next->write(record);
     }
     std::atomic<int> syncsInFlight{0};
     std::atomic<int> errors{0};
-    // The sink that was installed before; set before anything logs.
+    // Both set before anything logs.
     std::shared_ptr<core::LogSink> next;
+    std::function<void(bool fetched, const std::string& error)> onSync;
 };
 
 class Runner {
@@ -90,7 +100,7 @@ private:
               const std::string& readable);
     void emitDevice(const platform::SimulatedDeviceEvent& event);
     void emitError(std::size_t number, const std::string& text);
-    void emitSync(const std::string& source, const core::ErrorPtr& error);
+    void emitSync(bool fetched, const std::string& error);
     void flushUploads();
     void applyConfig(const core::AppConfigData& data, std::optional<core::PushData> push = std::nullopt);
 
@@ -177,18 +187,18 @@ void Runner::emitError(std::size_t number, const std::string& text) {
          "step " + std::to_string(number) + ": " + text);
 }
 
-void Runner::emitSync(const std::string& source, const core::ErrorPtr& error) {
+void Runner::emitSync(bool fetched, const std::string& error) {
     emit("sync",
          [&](core::JsonWriter& writer) {
-             writer.key("source").value(source);
+             writer.key("fetched").value(fetched);
              writer.key("error");
-             if (error) {
-                 writer.value(error->description());
-             } else {
+             if (error.empty()) {
                  writer.null();
+             } else {
+                 writer.value(error);
              }
          },
-         source + (error ? ": failed: " + error->description() : ": ok"));
+         error.empty() ? (fetched ? "campaigns downloaded" : "nothing to download yet") : "failed: " + error);
 }
 
 void Runner::flushUploads() {
@@ -279,6 +289,7 @@ core::ErrorPtr Runner::setUp() {
     sink_ = std::make_shared<WatchingSink>();
     previousSink_ = core::Logger::setSink(sink_);
     sink_->next = previousSink_;
+    sink_->onSync = [this](bool fetched, const std::string& error) { emitSync(fetched, error); };
 
     core_ = std::make_shared<core::Core>(simulated_.platform);
     core_->configure({backendURL, options_.apiToken});
@@ -316,7 +327,7 @@ void Runner::play(std::size_t number, const Step& step) {
     switch (step.action) {
         case A::launch: {
             manager_->configure(std::string(kRefreshTaskIdentifier),
-                                [this](core::ErrorPtr error) { emitSync("background", error); });
+                                [](core::ErrorPtr) {});
             applyConfig(scenario_.config);
             if (!scenario_.customTemplateContent.empty()) manager_->updateCustomTemplateContent(scenario_.customTemplateContent);
             settle(number);
@@ -348,17 +359,10 @@ void Runner::play(std::size_t number, const Step& step) {
         case A::sync:
         case A::fetch: {
             auto finished = std::make_shared<std::atomic<bool>>(false);
-            const std::string source = step.action == A::sync ? (step.force ? "forced" : "sync") : "fetch";
             if (step.action == A::sync) {
-                manager_->sync(step.force, [this, finished, source](core::ErrorPtr error) {
-                    emitSync(source, error);
-                    *finished = true;
-                });
+                manager_->sync(step.force, [finished](core::ErrorPtr) { *finished = true; });
             } else {
-                manager_->performFetchWithCompletionHandler([this, finished](platform::BackgroundFetchResult) {
-                    emitSync("fetch", nullptr);
-                    *finished = true;
-                });
+                manager_->performFetchWithCompletionHandler([finished](platform::BackgroundFetchResult) { *finished = true; });
             }
             settle(number, [finished] { return finished->load(); });
             return;
@@ -422,7 +426,17 @@ core::Result<RunSummary> Runner::run() {
     simulated_.device->removeObserver(observer_);
     simulated_.device->synchronize();
     summary_.sdkErrors = sink_->errors.load();
+    // The module and its connections go before the backend, which would otherwise wait for the
+    // idle keep-alive connections to time out.
+    const std::weak_ptr<notify::Manager> manager = manager_;
+    manager_.reset();
+    core_.reset();
+    simulated_ = {};
     core::Logger::setSink(previousSink_);
+    // A manager that outlives the run (its queues may still hold it) keeps its idle connections
+    // open, and stopping the backend would wait out their keep-alive time; the backend is then
+    // left serving until the process ends.
+    if (backend_ && !manager.expired()) (void)backend_.release();
 
     std::lock_guard lock(outMutex_);
     if (options_.json) {
