@@ -1,34 +1,212 @@
-// Campaign notifications: setting them up, detecting which ones fired, and the user's taps.
-//
-// These steps are empty for now: each runs to completion and reports the way the sync expects, so
-// the sync, app activation, order and template updates already call them where they belong. The
-// set-up, the detection and the responses fill them in.
+// Campaign notifications: setting them up after a sync, and detecting at the next sync which of
+// them fired.
 
+#include "Helpers/LocationManager.h"
+#include "Helpers/UserDefaultsKey.h"
+#include "data/NotifyInteractor.h"
 #include "drovel/notify/Manager.h"
+#include "manager/CampaignRequestBuilder.h"
 #include "manager/ManagerLog.h"
+#include "manager/TriggeredCampaigns.h"
 
 namespace drovel::notify {
 
-// Runs on the serial queue during a sync and returns when the detection is done.
-// To be filled in: compare the loaded campaigns with the pending requests, range for beacon
-// campaigns, and log the triggered ones.
-void Manager::detectTriggeredCampaigns() {}
+// ---- set-up ----
 
-// Runs on the serial queue during a sync (for a tap that arrived while the app was not active).
-// To be filled in: record the click analytics event for the tapped notification's user-info.
-void Manager::recordClickEvent(const platform::UserInfo& userInfo) {}
-
-// Called after a successful fetch, on app-configuration order reports and on template updates.
-// To be filled in: replace the pending campaign notifications with freshly rendered ones and keep
-// loadedCampaigns. Reports no error until then.
-void Manager::setUpCampaigns(Callback callback) {
-    if (callback) callback(nullptr);
+void Manager::getPendingV2Notifications(Callback completion) {
+    constexpr std::string_view function = "getPendingV2Notifications(callback:)";
+    managerLog().verbose("SyncDebug: Getting pending notifications", DROVEL_SOURCE(kManagerFile, function));
+    removePendingV2Notifications([completion = std::move(completion)] {
+        managerLog().verbose("SyncDebug: Completed getting pending notifications",
+                             DROVEL_SOURCE(kManagerFile, "getPendingV2Notifications(callback:)"));
+        // The platform's removal reports no error.
+        if (completion) completion(nullptr);
+    });
 }
 
-// To be filled in: record the click, open the deep link, return the campaign's metadata. Until
-// then no response is the module's.
-std::optional<std::map<std::string, std::string>> Manager::handle(const platform::NotificationResponse& response) {
-    return std::nullopt;
+void Manager::setUpCampaigns(Callback callback) {
+    constexpr std::string_view function = "setUpCampaigns(callback:)";
+    if (!notificationsPermitted()) {
+        logSdkErrorEvent(NotifyErrorType::notificationPermissionDenied,
+                         makeNotifyError(NotifyErrorType::notificationPermissionDenied));
+        if (callback) callback(makeNotifyError(NotifyErrorType::notificationPermissionDenied));
+        return;
+    }
+    managerLog().verbose("SyncDebug: setUpCampaigns()", DROVEL_SOURCE(kManagerFile, function));
+    getPendingV2Notifications([weak = weak_from_this(), callback = std::move(callback)](core::ErrorPtr error) {
+        constexpr std::string_view function = "setUpCampaigns(callback:)";
+        auto self = weak.lock();
+        if (!self) return;
+        if (error) {
+            managerLog().error("Error clearing campaign notifications: " + error->localizedDescription(),
+                               DROVEL_SOURCE(kManagerFile, function));
+            if (callback) callback(error);
+            return;
+        }
+        std::uint64_t generation;
+        {
+            std::lock_guard lock(self->mutex_);
+            self->loadedCampaigns_ = {};
+            generation = ++self->setUpGeneration_;
+        }
+        self->platform_.userDefaults->removeObject(rawValue(UserDefaultsKey::loadedCampaigns));
+        if (self->interactor_->campaigns().empty()) {
+            if (callback) callback(nullptr);
+            return;
+        }
+        self->platform_.mainQueue->async([weak, callback, generation] {
+            auto self = weak.lock();
+            if (!self) return;
+            // The remembered store is written once, when the last add of this set-up has completed:
+            // writing it after each of thousands of adds would cost time quadratic in their number.
+            // `outstanding` counts the adds not yet completed, plus one until every add was issued.
+            auto outstanding = std::make_shared<std::atomic<std::size_t>>(1);
+            auto completed = [weak, generation] {
+                auto self = weak.lock();
+                if (!self) return;
+                LoadedCampaigns loaded;
+                {
+                    std::lock_guard lock(self->mutex_);
+                    if (self->setUpGeneration_ != generation) return;
+                    loaded = self->loadedCampaigns_;
+                }
+                setLoadedCampaigns(*self->platform_.userDefaults, loaded);
+            };
+            const auto& interactor = *self->interactor_;
+            buildCampaignNotificationRequests(
+                interactor.campaigns(), interactor.sites(), interactor.notifications(),
+                [&](std::int64_t campaignID) { return self->interactor_->fetchTriggerEventsFor(campaignID); },
+                self->platform_.clock->now(), storedCustomTemplateContent(*self->platform_.userDefaults),
+                [&](platform::NotificationRequest request) {
+                    ++*outstanding;
+                    // The completion keeps a copy: the centre owns the request it was given.
+                    auto copy = std::make_shared<platform::NotificationRequest>(request);
+                    self->userNotificationCenter_->add(
+                        std::move(request), [weak, copy, generation, outstanding, completed](core::ErrorPtr error) {
+                            if (auto self = weak.lock()) self->addNotification(*copy, error, generation);
+                            if (--*outstanding == 0) completed();
+                        });
+                });
+            if (--*outstanding == 0) completed();
+            if (callback) callback(nullptr);
+        });
+    });
+}
+
+void Manager::addNotification(const platform::NotificationRequest& request, const core::ErrorPtr& error,
+                              std::uint64_t generation) {
+    if (error) {
+        managerLog().error("Failed to add notification request " + request.description() + ", with error: " +
+                               error->localizedDescription(),
+                           DROVEL_SOURCE(kManagerFile, "addNotification(request:)"));
+        logSdkErrorEvent(NotifyErrorType::unableToSetUpNotification,
+                         makeNotifyError(NotifyErrorType::unableToSetUpNotification));
+        return;
+    }
+    auto key = campaignRequestKey(request.content.userInfo);
+    if (!key) return;
+    std::lock_guard lock(mutex_);
+    if (setUpGeneration_ == generation) loadedCampaigns_.add(key->campaignID, key->siteID);
+}
+
+// ---- detection ----
+
+void Manager::detectTriggeredCampaigns() {
+    constexpr std::string_view function = "detectTriggeredCampaigns()";
+    if (!notificationsPermitted()) return;
+    managerLog().verbose("SyncDebug: Detecting triggered campaigns", DROVEL_SOURCE(kManagerFile, function));
+    auto loaded = loadedCampaigns(*platform_.userDefaults);
+    if (!loaded) {
+        managerLog().verbose("SyncDebug: Stopped Detecting triggered campaigns. No campaigns have been loaded",
+                             DROVEL_SOURCE(kManagerFile, function));
+        return;
+    }
+    auto group = std::make_shared<platform::DispatchGroup>();
+    managerLog().verbose("SyncDebug: Entering DG for detectTriggeredCampaigns()", DROVEL_SOURCE(kManagerFile, function));
+    group->enter();
+    userNotificationCenter_->getPendingNotificationRequests([weak = weak_from_this(), group, loaded = std::move(*loaded)](
+                                                                std::vector<platform::NotificationRequest> pending) {
+        constexpr std::string_view function = "detectTriggeredCampaigns()";
+        auto self = weak.lock();
+        if (!self) {
+            group->leave();
+            return;
+        }
+        managerLog().verbose("SyncDebug: Removing pending campaigns", DROVEL_SOURCE(kManagerFile, function));
+        auto fired = firedCampaigns(loaded, pending);
+        managerLog().verbose("SyncDebug: Finished removing pending campaigns", DROVEL_SOURCE(kManagerFile, function));
+        if (fired.empty()) {
+            group->leave();
+            return;
+        }
+        if (!fired.needToRangeForSite()) {
+            managerLog().verbose("SyncDebug: campaigns.needToRangeForSite == false", DROVEL_SOURCE(kManagerFile, function));
+            self->logTriggeredEvents(fired, std::nullopt);
+            managerLog().verbose("SyncDebug: Leaving DG for detectTriggeredCampaigns()",
+                                 DROVEL_SOURCE(kManagerFile, function));
+            group->leave();
+            return;
+        }
+        managerLog().verbose("SyncDebug: campaigns.needToRangeForSite == true", DROVEL_SOURCE(kManagerFile, function));
+        auto uuid = beaconUUIDForRanging(self->interactor_->campaigns());
+        if (!uuid) {
+            managerLog().verbose("SyncDebug: No beaconUUID found in campaigns", DROVEL_SOURCE(kManagerFile, function));
+            self->logTriggeredEvents(fired, std::nullopt);
+            group->leave();
+            return;
+        }
+        // This runs on the centre's thread, never the main queue, as ranging requires.
+        self->locationManager_->rangeForSiteIfNeeded(
+            uuid->uuidString(), [weak, group, fired](LocationManager::BeaconResult result) {
+                constexpr std::string_view function = "detectTriggeredCampaigns()";
+                auto self = weak.lock();
+                if (!self) {
+                    group->leave();
+                    return;
+                }
+                managerLog().verbose("SyncDebug: Finished locationManager.rangeForSiteIfNeeded",
+                                     DROVEL_SOURCE(kManagerFile, function));
+                std::optional<std::int64_t> siteID;
+                if (result.ok()) {
+                    siteID = siteIDForBeaconMinor(self->interactor_->sites(), result.value().minor);
+                } else {
+                    managerLog().error("SyncDebug: Ranging failed: " + result.error()->description(),
+                                       DROVEL_SOURCE(kManagerFile, function));
+                }
+                self->logTriggeredEvents(fired, siteID);
+                group->leave();
+            });
+    });
+    group->wait();
+}
+
+void Manager::logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional<std::int64_t> rangedSiteID) {
+    managerLog().verbose("SyncDebug: Logging triggered events",
+                         DROVEL_SOURCE(kManagerFile, "logTriggeredEvents(_:rangeResult:)"));
+    CampaignTextRenderer renderer(storedCustomTemplateContent(*platform_.userDefaults));
+    const auto now = platform_.clock->now();
+    for (auto& event : notificationTriggeredEvents(campaigns, rangedSiteID, interactor_->campaigns(), renderer)) {
+        // The product's rule: every fired pair also leaves a trigger event (the geofence site or the
+        // site found by ranging, else none), which holds its campaign back for its repeat interval.
+        interactor_->saveTriggerEvent(NotifyTriggerEvent(now, event.campaignID, event.siteID));
+        interactor_->logAnalyticsEvent(NotifyAnalyticsEventType::notificationTriggered, event.campaignID,
+                                       std::move(event.params));
+    }
+    LoadedCampaigns loaded;
+    {
+        std::lock_guard lock(mutex_);
+        loaded = loadedCampaigns_;
+    }
+    setLoadedCampaigns(*platform_.userDefaults, loaded);
+}
+
+// ---- clicks ----
+
+void Manager::recordClickEvent(const platform::UserInfo& userInfo) {
+    auto event = notificationClickedEvent(userInfo);
+    if (!event) return;
+    interactor_->logAnalyticsEvent(NotifyAnalyticsEventType::notificationClicked, event->campaignID,
+                                   std::move(event->params));
 }
 
 }  // namespace drovel::notify

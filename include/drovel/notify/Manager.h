@@ -27,6 +27,7 @@
 #include "drovel/core/Error.h"
 #include "drovel/core/Logger.h"
 #include "drovel/notify/LoadedCampaigns.h"
+#include "drovel/notify/NotificationInfo.h"
 #include "drovel/notify/NotifyError.h"
 #include "drovel/notify/NotifyNotifications.h"
 #include "drovel/platform/Platform.h"
@@ -85,6 +86,21 @@ public:
     std::optional<std::map<std::string, std::string>> handleNotification(const platform::NotificationResponse& response) {
         return handle(response);
     }
+
+    // ---- site notifications ----
+    using SitesCallback = std::function<void(std::optional<std::vector<core::Site>> sites, core::ErrorPtr error)>;
+    // Replaces the earlier site notifications with one per site (those without a geofence
+    // coordinate are skipped). Fails with notifyModuleNotConfigured, noLocationPermission or
+    // reachedTheMaxNumberOfSites (more than maxSites sites), recorded as SDK-error events. Calls
+    // back with no error once every add was issued, then again for each add that failed, with its
+    // error, after removing every site notification. Callbacks run on the notification centre's
+    // thread (the failed checks: on the caller's).
+    void createForSites(const std::vector<core::Site>& sites, const NotificationInfo& notification, Callback callback);
+    // The same for the sites the core library finds in the region (first page, maxSites per page):
+    // calls back with the sites at once, and again with (none, error) for each failed add. A failed
+    // query gives (none, its error); a query without a list gives (none, none).
+    void createForSitesInRegion(const platform::CircularRegion& region, const NotificationInfo& notification,
+                                SitesCallback callback);
 
     // Removes the pending site notifications (those marked "drovel.notify"), then calls back with no
     // error, on the notification centre's thread.
@@ -161,8 +177,18 @@ private:
 
     // ---- campaign notifications, detection and clicks (ManagerCampaigns.cpp) ----
     void detectTriggeredCampaigns();
+    // Records "notification_triggered" events and the trigger events of the fired pairs; on the
+    // thread the detection ends on.
+    void logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional<std::int64_t> rangedSiteID);
     void recordClickEvent(const platform::UserInfo& userInfo);
     void setUpCampaigns(Callback callback);
+    // Removes the pending campaign notifications; completion runs on the centre's thread with the
+    // removal's error (the platform reports none).
+    void getPendingV2Notifications(Callback completion);
+    // The completion of one add of set-up generation `generation`.
+    void addNotification(const platform::NotificationRequest& request, const core::ErrorPtr& error,
+                         std::uint64_t generation);
+    void openDeepLink(const platform::UserInfo& userInfo);
 
     platform::Platform platform_;
     std::shared_ptr<core::Core> core_;
@@ -186,6 +212,8 @@ private:
     Callback bgSyncCallback_;
     std::optional<platform::Date> lastSync_;
     LoadedCampaigns loadedCampaigns_;
+    // Counts set-ups; an add completing after a newer set-up began is not remembered.
+    std::uint64_t setUpGeneration_ = 0;
     std::optional<platform::ObserverToken> didBecomeActiveObserver_;
     std::optional<platform::ObserverToken> didEnterBackgroundObserver_;
     std::optional<platform::UserInfo> clickedUserInfo_;
