@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -139,10 +140,30 @@ core::ErrorPtr readAction(Step& step, element argument) {
             step.config = std::move(config).value();
             return nullptr;
         }
-        case A::siteNotifications:
-            if (argument.type() != element_type::OBJECT) return fail("needs {sites or region, title, content}");
-            step.json = minified(argument);
+        case A::siteNotifications: {
+            // {"sites": [site, ...]} or {"region": {"latitude", "longitude", "radius"}}, "title", "content"
+            std::string_view title, content;
+            if (argument.at_key("title").get(title) || argument.at_key("content").get(content))
+                return fail("needs a title and a content text");
+            step.title = std::string(title);
+            step.body = std::string(content);
+            element sites, region;
+            if (!argument.at_key("sites").get(sites)) {
+                auto list = core::Site::listFromJson("{\"data\":" + minified(sites) + "}");
+                if (!list) return fail("sites: " + list.error()->description());
+                step.sites = std::move(list).value();
+            } else if (!argument.at_key("region").get(region)) {
+                double latitude = 0, longitude = 0, radius = 0;
+                if (region.at_key("latitude").get(latitude) || region.at_key("longitude").get(longitude) ||
+                    region.at_key("radius").get(radius) || !(radius > 0) || std::abs(latitude) > 90 ||
+                    std::abs(longitude) > 180)
+                    return fail("region needs latitude, longitude and a positive radius");
+                step.region = platform::CircularRegion{"scenario", {latitude, longitude}, radius, true, false};
+            } else {
+                return fail("needs sites or a region");
+            }
             return nullptr;
+        }
     }
     return nullptr;
 }

@@ -20,6 +20,7 @@
 
 #include "drovel/core/AppConfig.h"
 #include "drovel/core/Error.h"
+#include "drovel/core/Site.h"
 #include "linux/SimulatedDeviceState.h"
 
 namespace drovel::simulator {
@@ -53,7 +54,11 @@ struct Step {
     std::map<std::string, std::string, std::less<>> content;  // custom_template_content
     core::AppConfigData config;                             // config
     platform::SimulatedDeviceSettings settings;             // permissions, app_state
-    std::string json;  // site_notifications: the argument as written
+    // site_notifications: the sites (core library form) or the region, and the texts.
+    std::vector<core::Site> sites;
+    std::optional<platform::CircularRegion> region;
+    std::string title;
+    std::string body;
 };
 
 std::string_view actionName(Step::Action action);

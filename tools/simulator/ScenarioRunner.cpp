@@ -15,6 +15,7 @@
 #include "drovel/core/JsonWriter.h"
 #include "drovel/core/Logger.h"
 #include "drovel/notify/Manager.h"
+#include "drovel/notify/NotificationInfo.h"
 #include "linux/SimulatedPlatform.h"
 
 namespace drovel::simulator {
@@ -399,10 +400,26 @@ void Runner::play(std::size_t number, const Step& step) {
         case A::online:
             device.setOnline(step.action == A::online);
             break;
-        case A::siteNotifications:
-            // Site notifications come with the module's site-notification operations.
-            emitError(number, "site notifications are not available in this build");
+        case A::siteNotifications: {
+            auto finished = std::make_shared<std::atomic<bool>>(false);
+            const notify::NotificationInfo info(step.title, step.body, std::nullopt);
+            // Failed adds are reported again after the first answer; each becomes an error line.
+            if (step.region) {
+                manager_->createForSitesInRegion(*step.region, info,
+                                                 [this, number, finished](std::optional<std::vector<core::Site>>,
+                                                                          core::ErrorPtr error) {
+                                                     if (error) emitError(number, error->description());
+                                                     *finished = true;
+                                                 });
+            } else {
+                manager_->createForSites(step.sites, info, [this, number, finished](core::ErrorPtr error) {
+                    if (error) emitError(number, error->description());
+                    *finished = true;
+                });
+            }
+            settle(number, [finished] { return finished->load(); });
             return;
+        }
         case A::clear: {
             auto finished = std::make_shared<std::atomic<bool>>(false);
             manager_->clear([finished](core::ErrorPtr) { *finished = true; });
