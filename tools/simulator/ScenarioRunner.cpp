@@ -7,6 +7,7 @@
 #include <ctime>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <mutex>
 
@@ -17,6 +18,7 @@
 #include "drovel/notify/Manager.h"
 #include "drovel/notify/NotificationInfo.h"
 #include "linux/SimulatedPlatform.h"
+#include "simulator/DeviceInspector.h"
 
 namespace drovel::simulator {
 
@@ -76,13 +78,25 @@ public:
             if (record.level == core::LogLevel::error) ++errors;
         }
         // Only warnings and errors reach the terminal: the event lines are the run's story.
-        if (next && (std::getenv("DROVEL_SIM_TRACE") || record.level >= core::LogLevel::warning)) next->write(record);
+        std::shared_ptr<core::LogSink> forward;
+        {
+            std::lock_guard lock(mutex_);
+            forward = next_;
+        }
+        if (forward && (std::getenv("DROVEL_SIM_TRACE") || record.level >= core::LogLevel::warning)) forward->write(record);
+    }
+    void setNext(std::shared_ptr<core::LogSink> next) {
+        std::lock_guard lock(mutex_);
+        next_ = std::move(next);
     }
     std::atomic<int> syncsInFlight{0};
     std::atomic<int> errors{0};
-    // Both set before anything logs.
-    std::shared_ptr<core::LogSink> next;
+    // Set before anything logs.
     std::function<void(bool fetched, const std::string& error)> onSync;
+
+private:
+    std::mutex mutex_;
+    std::shared_ptr<core::LogSink> next_;
 };
 
 class Runner {
@@ -103,6 +117,8 @@ private:
     void emitError(std::size_t number, const std::string& text);
     void emitSync(bool fetched, const std::string& error);
     void flushUploads();
+    // Keeps the module's switches in the device folder for `status`.
+    void writeSession();
     void applyConfig(const core::AppConfigData& data, std::optional<core::PushData> push = std::nullopt);
 
     const Scenario& scenario_;
@@ -289,7 +305,7 @@ core::ErrorPtr Runner::setUp() {
     observer_ = simulated_.device->addObserver([this](const platform::SimulatedDeviceEvent& event) { emitDevice(event); });
     sink_ = std::make_shared<WatchingSink>();
     previousSink_ = core::Logger::setSink(sink_);
-    sink_->next = previousSink_;
+    sink_->setNext(previousSink_);
     sink_->onSync = [this](bool fetched, const std::string& error) { emitSync(fetched, error); };
 
     core_ = std::make_shared<core::Core>(simulated_.platform);
@@ -312,6 +328,17 @@ void Runner::settle(std::size_t number, const std::function<bool()>& done) {
     flushUploads();
     if (!quiet) emitError(number, "the module's work did not finish within " +
                                       std::to_string(options_.stepTimeout.count() / 1000) + " s");
+}
+
+void Runner::writeSession() {
+    core::JsonWriter writer;
+    writer.beginObject()
+        .key("manager_configured").value(manager_->isManagerConfigured())
+        .key("notify_enabled").value(manager_->isNotifyEnabled())
+        .key("notify_configured").value(manager_->isNotifyConfigured())
+        .endObject();
+    std::ofstream file(std::filesystem::path(simulated_.device->directory()) / kSessionFileName, std::ios::trunc);
+    file << writer.str() << '\n';
 }
 
 void Runner::applyConfig(const core::AppConfigData& data, std::optional<core::PushData> push) {
@@ -443,13 +470,17 @@ core::Result<RunSummary> Runner::run() {
     simulated_.device->removeObserver(observer_);
     simulated_.device->synchronize();
     summary_.sdkErrors = sink_->errors.load();
+    writeSession();
     // The module and its connections go before the backend, which would otherwise wait for the
     // idle keep-alive connections to time out.
     const std::weak_ptr<notify::Manager> manager = manager_;
     manager_.reset();
     core_.reset();
     simulated_ = {};
-    core::Logger::setSink(previousSink_);
+    // A manager that outlives the run keeps logging from its own threads; the run's sink then
+    // stays, silent, so that nothing follows the summary.
+    if (manager.expired()) core::Logger::setSink(previousSink_);
+    else sink_->setNext(nullptr);
     // A manager that outlives the run (its queues may still hold it) keeps its idle connections
     // open, and stopping the backend would wait out their keep-alive time; the backend is then
     // left serving until the process ends.
