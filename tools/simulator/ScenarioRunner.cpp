@@ -365,8 +365,12 @@ void Runner::play(std::size_t number, const Step& step) {
             manager_->configure(std::string(kRefreshTaskIdentifier),
                                 [](core::ErrorPtr) {});
             applyConfig(scenario_.config);
-            if (!scenario_.customTemplateContent.empty()) manager_->updateCustomTemplateContent(scenario_.customTemplateContent);
             settle(number);
+            // The module keeps the app's values only once it is enabled, which the configuration did.
+            if (!scenario_.customTemplateContent.empty()) {
+                manager_->updateCustomTemplateContent(scenario_.customTemplateContent);
+                settle(number);
+            }
             return;
         }
         case A::move:
