@@ -26,7 +26,7 @@ constexpr std::string_view kModuleKeyPrefixes[] = {"DrovelNotify.", "NotifySDK."
 // Campaign notifications carry this identifier prefix; site ones the "drovel.notify" source.
 constexpr std::string_view kCampaignRequestPrefix = "drovel.notify.v2 ";
 
-core::ErrorPtr fail(std::string text) { return std::make_shared<ScenarioError>(std::move(text)); }
+core::ErrorPtr fail(std::string text) { return core::makeError<core::SimpleError>(std::move(text)); }
 
 bool isModuleKey(std::string_view key) {
     for (auto prefix : kModuleKeyPrefixes)

@@ -40,7 +40,7 @@ constexpr std::array<std::pair<std::string_view, Step::Action>, 18> kActions{{
     {"clear", Step::Action::clear},
 }};
 
-core::ErrorPtr fail(std::string text) { return std::make_shared<ScenarioError>(std::move(text)); }
+core::ErrorPtr fail(std::string text) { return core::makeError<core::SimpleError>(std::move(text)); }
 
 std::string minified(element value) { return simdjson::minify(value); }
 

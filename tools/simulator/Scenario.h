@@ -29,15 +29,6 @@ inline constexpr std::size_t kMaxScenarioBytes = 16u << 20;
 inline constexpr std::size_t kMaxScenarioDepth = 32;
 inline constexpr std::size_t kMaxScenarioSteps = 100'000;
 
-class ScenarioError : public core::Error {
-public:
-    explicit ScenarioError(std::string text) : text_(std::move(text)) {}
-    std::string description() const override { return text_; }
-
-private:
-    std::string text_;
-};
-
 struct Step {
     enum class Action {
         launch, move, walk, beacon, tap, appState, sync, push, backgroundRefresh, fetch, orders,

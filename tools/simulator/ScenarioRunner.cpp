@@ -30,7 +30,7 @@ using platform::Date;
 // The identifier of the app's background refresh task in a scenario.
 constexpr std::string_view kRefreshTaskIdentifier = "com.drovel.notify.refresh";
 
-core::ErrorPtr fail(std::string text) { return std::make_shared<ScenarioError>(std::move(text)); }
+core::ErrorPtr fail(std::string text) { return core::makeError<core::SimpleError>(std::move(text)); }
 
 // "2026-11-21T09:00:00" in the process's time zone (the device's).
 std::string localTimeText(Date date) {
