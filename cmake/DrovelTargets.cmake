@@ -59,12 +59,21 @@ target_include_directories(drovel_backend
   PRIVATE ${PROJECT_SOURCE_DIR}/src)
 target_link_libraries(drovel_backend PUBLIC drovel_notify PRIVATE PkgConfig::HTTPLIB)
 
+# Scenario runner (played by `drovel-notify simulate`).
+drovel_sources(simulator_sources tools/simulator)
+add_library(drovel_simulator STATIC ${simulator_sources})
+target_include_directories(drovel_simulator
+  PUBLIC ${PROJECT_SOURCE_DIR}/tools
+  PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(drovel_simulator PUBLIC drovel_backend drovel_platform_linux)
+
 # Command-line tool.
 drovel_sources(cli_sources tools/cli)
 add_executable(drovel-notify ${cli_sources})
 target_include_directories(drovel-notify PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tools)
-target_link_libraries(drovel-notify PRIVATE drovel_notify drovel_platform_linux drovel_backend CLI11::CLI11)
-target_compile_definitions(drovel-notify PRIVATE DROVEL_VERSION="${PROJECT_VERSION}")
+target_link_libraries(drovel-notify PRIVATE drovel_notify drovel_platform_linux drovel_backend drovel_simulator CLI11::CLI11)
+target_compile_definitions(drovel-notify PRIVATE DROVEL_VERSION="${PROJECT_VERSION}"
+  DROVEL_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
 
 if(DROVEL_BUILD_TESTS)
   enable_testing()

@@ -1,0 +1,209 @@
+// The scenario runner end to end: the real drovel-notify simulate against the real backend process
+// on loopback, and the diagnostics on the device folder it leaves.
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <vector>
+
+#include "support/RunCommand.h"
+#include "support/TempDirectory.h"
+
+namespace drovel::simulator {
+namespace {
+
+using testing::cliCommand;
+using testing::runCommand;
+using testing::TempDirectory;
+
+constexpr const char* kCatalogue = DROVEL_SOURCE_DIR "/examples/catalogue.json";
+constexpr const char* kBundled = DROVEL_SOURCE_DIR "/examples/scenario.json";
+
+std::vector<std::string> lines(const std::string& text) {
+    std::vector<std::string> result;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) result.push_back(line);
+    return result;
+}
+
+// The lines holding every one of the parts.
+std::vector<std::string> matching(const std::vector<std::string>& all, std::initializer_list<std::string> parts) {
+    std::vector<std::string> found;
+    for (const auto& line : all) {
+        bool all_in = true;
+        for (const auto& part : parts) all_in = all_in && line.find(part) != std::string::npos;
+        if (all_in) found.push_back(line);
+    }
+    return found;
+}
+
+// `drovel-notify backend` in a child process, on a free port, until destroyed.
+class BackendProcess {
+public:
+    BackendProcess(const std::string& eventsPath, int failUploads) {
+        int fds[2];
+        if (::pipe(fds) != 0) return;
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(fds[1], STDOUT_FILENO);
+            ::close(fds[0]);
+            const std::string fail = std::to_string(failUploads);
+            ::execl(DROVEL_CLI_PATH, "drovel-notify", "backend", "--catalogue", kCatalogue, "--port", "0", "--events",
+                    eventsPath.c_str(), "--fail-uploads", fail.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        ::close(fds[1]);
+        out_ = ::fdopen(fds[0], "r");
+        char buffer[4096];
+        const std::string banner = std::fgets(buffer, sizeof buffer, out_) ? buffer : "";
+        constexpr std::string_view prefix = "Sample backend listening on ";
+        if (banner.rfind(prefix, 0) == 0) url_ = banner.substr(prefix.size(), banner.find(' ', prefix.size()) - prefix.size());
+    }
+    ~BackendProcess() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGTERM);
+            int status = 0;
+            ::waitpid(pid_, &status, 0);
+        }
+        if (out_) std::fclose(out_);
+    }
+    const std::string& url() const { return url_; }
+
+private:
+    pid_t pid_ = -1;
+    std::FILE* out_ = nullptr;
+    std::string url_;
+};
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// The guid of each event line in the backend's events file.
+std::vector<std::string> guids(const std::vector<std::string>& eventLines) {
+    std::vector<std::string> result;
+    for (const auto& line : eventLines) {
+        const auto at = line.find("\"guid\":\"");
+        if (at != std::string::npos) result.push_back(line.substr(at + 8, 36));
+    }
+    return result;
+}
+
+TEST(SimulateCommandTest, TheBundledScenarioTellsTheWholeStoryAgainstTheBackendProcess) {
+    TempDirectory directory;
+    BackendProcess backend(directory.file("events.jsonl"), 0);
+    ASSERT_FALSE(backend.url().empty());
+    const auto run = runCommand(cliCommand({"simulate", kBundled, "--backend", backend.url(), "--device",
+                                            directory.file("device"), "--json"}));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto out = lines(run.out);
+
+    EXPECT_FALSE(matching(out, {"\"event\":\"sync\"", "\"fetched\":true", "\"error\":null"}).empty());
+    // The walk fires the coffee campaign at two sites, the store's beacon the welcome.
+    EXPECT_FALSE(matching(out, {"\"event\":\"delivered\"", "geofence_approach 101 1", "Good morning, Ann!"}).empty());
+    EXPECT_FALSE(matching(out, {"\"event\":\"delivered\"", "geofence_approach 101 2"}).empty());
+    EXPECT_FALSE(matching(out, {"\"event\":\"delivered\"", "beacon_site 105", "Welcome in, Ann"}).empty());
+    EXPECT_EQ(matching(out, {"\"event\":\"opened_url\"", "drovelshop://offers/101"}).size(), 2u);
+    EXPECT_FALSE(matching(out, {"\"event\":\"delivered\"", "Your order is ready"}).empty());
+    EXPECT_TRUE(matching(out, {"\"event\":\"error\""}).empty()) << run.out;
+    // Switching the module off removes its campaign notifications.
+    EXPECT_NE(out.back().find("\"summary\""), std::string::npos);
+    EXPECT_NE(out.at(out.size() - 2).find("\"event\":\"removed\""), std::string::npos) << run.out;
+
+    const auto events = lines(readFile(directory.file("events.jsonl")));
+    EXPECT_FALSE(matching(events, {"\"notification_triggered\"", "\"campaign_id\":101"}).empty());
+    EXPECT_FALSE(matching(events, {"\"notification_triggered\"", "\"campaign_id\":105"}).empty());
+    EXPECT_EQ(matching(events, {"\"notification_clicked\""}).size(), 2u) << readFile(directory.file("events.jsonl"));
+
+    const auto status = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
+    ASSERT_EQ(status.exitCode, 0) << status.err;
+    EXPECT_NE(status.out.find("\"notify_enabled\":false"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("\"stored_campaigns\":6"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("\"analytics_events_waiting\":0"), std::string::npos) << status.out;
+
+    const auto purge = runCommand(cliCommand({"--device", directory.file("device"), "purge"}));
+    ASSERT_EQ(purge.exitCode, 0) << purge.err;
+    EXPECT_NE(purge.out.find("Removed the database"), std::string::npos) << purge.out;
+    const auto after = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
+    EXPECT_NE(after.out.find("\"stored_campaigns\":null"), std::string::npos) << after.out;
+    EXPECT_NE(after.out.find("\"last_sync\":null"), std::string::npos) << after.out;
+}
+
+TEST(SimulateCommandTest, FailedUploadsAreSentAgainAndEachEventArrivesOnce) {
+    TempDirectory directory;
+    std::ofstream(directory.file("scenario.json")) << R"({
+      "start": "2026-11-21T09:00:00", "time_zone": "America/New_York",
+      "device": {"position": [44.4700, -73.2126]},
+      "config": {"notify": {"default_site_search_radius_meters": 5000}},
+      "catalogue": ")" << kCatalogue << R"(",
+      "steps": [
+        {"at": "+0s", "launch": null},
+        {"at": "+10m", "walk": {"to": [44.4790, -73.2126], "speed_mps": 1.4}},
+        {"at": "+1m", "tap": "latest"},
+        {"at": "+1d", "sync": {"force": true}},
+        {"at": "+1d", "sync": {"force": true}},
+        {"at": "+1d", "sync": {"force": true}},
+        {"at": "+1d", "sync": {"force": true}}]})";
+    BackendProcess backend(directory.file("events.jsonl"), 2);
+    ASSERT_FALSE(backend.url().empty());
+    const auto run = runCommand(cliCommand({"simulate", directory.file("scenario.json"), "--backend", backend.url(),
+                                            "--device", directory.file("device"), "--json"}));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto out = lines(run.out);
+    const auto delivered = matching(out, {"\"event\":\"delivered\"", "geofence_approach"});
+    ASSERT_FALSE(delivered.empty()) << run.out;
+
+    const auto events = lines(readFile(directory.file("events.jsonl")));
+    const auto received = guids(events);
+    EXPECT_EQ(std::set<std::string>(received.begin(), received.end()).size(), received.size());
+    // Every fired notification reached the backend despite the failed uploads.
+    for (const auto& line : delivered) {
+        const auto at = line.find("geofence_approach ") + 18;
+        const std::string campaign = line.substr(at, line.find(' ', at) - at);
+        EXPECT_FALSE(matching(events, {"\"notification_triggered\"", "\"campaign_id\":" + campaign}).empty()) << campaign;
+    }
+    EXPECT_EQ(matching(events, {"\"notification_clicked\""}).size(), 1u);
+    const auto status = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
+    EXPECT_NE(status.out.find("\"analytics_events_waiting\":0"), std::string::npos) << status.out;
+}
+
+TEST(SimulateCommandTest, AScenarioWithAMistakeIsRefusedBeforeAnythingRuns) {
+    TempDirectory directory;
+    const std::string catalogue = std::string("\"catalogue\": \"") + kCatalogue + "\"";
+    const std::string deep = std::string(100, '[') + std::string(100, ']');
+    const struct {
+        std::string scenario;
+        std::string message;
+    } cases[] = {
+        {"{" + catalogue + ", \"steps\": [{\"at\": \"+1m\", \"launch\": null}, {\"at\": \"+1m\", \"dance\": 1}]}",
+         "step 2: unknown action \"dance\""},
+        {"{" + catalogue + ", \"steps\": [{\"at\": \"10 minutes\", \"launch\": null}]}", "step 1: bad offset \"10 minutes\""},
+        {"{" + catalogue + ", \"steps\": [{\"at\": \"+1m\", \"walk\": {\"to\": [95, 0]}}]}", "step 1: walk: to must be a position"},
+        {"{" + catalogue + ", \"steps\": [{\"at\": \"+1m\", \"launch\": null, \"sync\": {}}]}", "step 1: more than one action"},
+        {"{\"catalogue\": \"nowhere.json\", \"steps\": []}", "catalogue: missing file"},
+        {"{" + catalogue + ", \"steps\": [", "bad JSON"},
+        {"{" + catalogue + ", \"steps\": [], \"device\": " + deep + "}", "bad JSON"},
+    };
+    for (const auto& c : cases) {
+        std::ofstream(directory.file("s.json"), std::ios::trunc) << c.scenario;
+        const auto run = runCommand(cliCommand({"simulate", directory.file("s.json"), "--device", directory.file("device")}));
+        EXPECT_EQ(run.exitCode, 2) << c.scenario;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+        EXPECT_TRUE(run.out.empty()) << run.out;
+    }
+    // Nothing ran: no device was made.
+    EXPECT_NE(runCommand(cliCommand({"--device", directory.file("device"), "status"})).exitCode, 0);
+}
+
+}  // namespace
+}  // namespace drovel::simulator
