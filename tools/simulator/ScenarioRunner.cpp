@@ -19,6 +19,7 @@
 #include "drovel/notify/NotificationInfo.h"
 #include "linux/SimulatedPlatform.h"
 #include "simulator/DeviceInspector.h"
+#include "template/Log.h"
 
 namespace drovel::simulator {
 
@@ -49,7 +50,7 @@ std::optional<Date> parseLocalTime(const std::string& text) {
     local.tm_isdst = -1;
     const std::time_t seconds = std::mktime(&local);
     if (seconds == -1) return std::nullopt;
-    return std::chrono::system_clock::from_time_t(seconds);
+    return platform::toDate(std::chrono::system_clock::from_time_t(seconds));
 }
 
 std::string makeTemporaryDevice() {
@@ -142,7 +143,7 @@ private:
 
 void Runner::emit(const std::string& event, const std::function<void(core::JsonWriter&)>& fields,
                   const std::string& readable) {
-    const std::string time = localTimeText(simulated_.device ? simulated_.device->now() : std::chrono::system_clock::now());
+    const std::string time = localTimeText(simulated_.device ? simulated_.device->now() : platform::toDate(std::chrono::system_clock::now()));
     std::lock_guard lock(outMutex_);
     if (options_.json) {
         core::JsonWriter writer;
@@ -300,6 +301,11 @@ core::ErrorPtr Runner::setUp() {
     simulated_ = std::move(made).value();
     // An existing device keeps its own clock; the scenario's settings apply to it as well.
     simulated_.device->apply(settings);
+    // Templates read "now" and "today" from the simulated clock, so a scenario renders the same
+    // text on every run. The device outlives every rendering of the run (the hook keeps it).
+    templating::setClock([device = simulated_.device] {
+        return std::chrono::time_point_cast<std::chrono::system_clock::duration>(device->now());
+    });
     (void)existing;
 
     observer_ = simulated_.device->addObserver([this](const platform::SimulatedDeviceEvent& event) { emitDevice(event); });
