@@ -50,6 +50,16 @@ bool HeadlessBackgroundTaskScheduler::registerForTask(std::string identifier, La
     return handlers_.emplace(std::move(identifier), std::move(launchHandler)).second;
 }
 
+void HeadlessBackgroundTaskScheduler::unregisterAll() {
+    std::map<std::string, LaunchHandler, std::less<>> handlers;
+    {
+        std::lock_guard lock(mutex_);
+        handlers.swap(handlers_);
+        requests_.clear();
+    }
+    // The handlers are destroyed outside the lock: what they release may call back in.
+}
+
 core::ErrorPtr HeadlessBackgroundTaskScheduler::submit(BackgroundTaskRequest taskRequest) {
     std::lock_guard lock(mutex_);
     if (!handlers_.contains(taskRequest.identifier))

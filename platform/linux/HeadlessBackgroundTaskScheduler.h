@@ -52,6 +52,9 @@ public:
     // notPermitted when the identifier was never registered.
     core::ErrorPtr submit(BackgroundTaskRequest taskRequest) override;
     void cancel(std::string_view identifier) override;
+    // Drops every registration and submitted request, as the system does when the app ends; the
+    // launch handlers (which hold the app's objects strongly) are released with them.
+    void unregisterAll();
 
     // The submitted requests not yet launched, in identifier order.
     std::vector<BackgroundTaskRequest> pendingRequests() const;

@@ -492,6 +492,9 @@ core::Result<RunSummary> Runner::run() {
     // The module and its connections go before the backend, which would otherwise wait for the
     // idle keep-alive connections to time out.
     const std::weak_ptr<notify::Manager> manager = manager_;
+    // The refresh task's launch handler holds the manager strongly; the run's end is the app's.
+    simulated_.backgroundTaskScheduler->unregisterAll();
+    templating::setClock({});
     manager_.reset();
     core_.reset();
     simulated_ = {};
