@@ -5,36 +5,6 @@ namespace drovel::platform {
 NoDeviceLocationProvider::NoDeviceLocationProvider(std::shared_ptr<MainQueue> mainQueue)
     : mainQueue_(std::move(mainQueue)) {}
 
-void NoDeviceLocationProvider::setDelegate(std::weak_ptr<LocationProviderDelegate> delegate) {
-    std::lock_guard lock(mutex_);
-    delegate_ = std::move(delegate);
-}
-
-std::weak_ptr<LocationProviderDelegate> NoDeviceLocationProvider::delegate() const {
-    std::lock_guard lock(mutex_);
-    return delegate_;
-}
-
-void NoDeviceLocationProvider::setAllowsBackgroundLocationUpdates(bool allows) {
-    std::lock_guard lock(mutex_);
-    allowsBackgroundLocationUpdates_ = allows;
-}
-
-bool NoDeviceLocationProvider::allowsBackgroundLocationUpdates() const {
-    std::lock_guard lock(mutex_);
-    return allowsBackgroundLocationUpdates_;
-}
-
-void NoDeviceLocationProvider::setDesiredAccuracy(double accuracy) {
-    std::lock_guard lock(mutex_);
-    desiredAccuracy_ = accuracy;
-}
-
-double NoDeviceLocationProvider::desiredAccuracy() const {
-    std::lock_guard lock(mutex_);
-    return desiredAccuracy_;
-}
-
 void NoDeviceLocationProvider::report(std::function<void(LocationProvider&, LocationProviderDelegate&)> report) {
     mainQueue_->async([weakSelf = weak_from_this(), weakDelegate = delegate(), report = std::move(report)] {
         auto self = weakSelf.lock();

@@ -9,22 +9,16 @@
 #include <mutex>
 
 #include "drovel/platform/LocationProvider.h"
+#include "linux/LocationProviderSettings.h"
 #include "drovel/platform/MainQueue.h"
 
 namespace drovel::platform {
 
 // Owned through a shared_ptr (reports are dropped once the provider is gone).
-class NoDeviceLocationProvider final : public LocationProvider,
+class NoDeviceLocationProvider final : public LocationProviderSettings,
                                        public std::enable_shared_from_this<NoDeviceLocationProvider> {
 public:
     explicit NoDeviceLocationProvider(std::shared_ptr<MainQueue> mainQueue);
-
-    void setDelegate(std::weak_ptr<LocationProviderDelegate> delegate) override;
-    std::weak_ptr<LocationProviderDelegate> delegate() const override;
-    void setAllowsBackgroundLocationUpdates(bool allows) override;
-    bool allowsBackgroundLocationUpdates() const override;
-    void setDesiredAccuracy(double accuracy) override;
-    double desiredAccuracy() const override;
 
     bool isRangingAvailable() const override { return false; }
     bool locationServicesEnabled() const override { return false; }
@@ -41,10 +35,6 @@ private:
     void report(std::function<void(LocationProvider&, LocationProviderDelegate&)> report);
 
     std::shared_ptr<MainQueue> mainQueue_;
-    mutable std::mutex mutex_;
-    std::weak_ptr<LocationProviderDelegate> delegate_;
-    bool allowsBackgroundLocationUpdates_ = false;
-    double desiredAccuracy_ = kLocationAccuracyBest;
 };
 
 }  // namespace drovel::platform

@@ -25,36 +25,6 @@ SimulatedLocationProvider::SimulatedLocationProvider(std::shared_ptr<SimulatedDe
                                                      std::shared_ptr<MainQueue> mainQueue)
     : device_(std::move(device)), mainQueue_(std::move(mainQueue)) {}
 
-void SimulatedLocationProvider::setDelegate(std::weak_ptr<LocationProviderDelegate> delegate) {
-    std::lock_guard lock(mutex_);
-    delegate_ = std::move(delegate);
-}
-
-std::weak_ptr<LocationProviderDelegate> SimulatedLocationProvider::delegate() const {
-    std::lock_guard lock(mutex_);
-    return delegate_;
-}
-
-void SimulatedLocationProvider::setAllowsBackgroundLocationUpdates(bool allows) {
-    std::lock_guard lock(mutex_);
-    allowsBackgroundLocationUpdates_ = allows;
-}
-
-bool SimulatedLocationProvider::allowsBackgroundLocationUpdates() const {
-    std::lock_guard lock(mutex_);
-    return allowsBackgroundLocationUpdates_;
-}
-
-void SimulatedLocationProvider::setDesiredAccuracy(double accuracy) {
-    std::lock_guard lock(mutex_);
-    desiredAccuracy_ = accuracy;
-}
-
-double SimulatedLocationProvider::desiredAccuracy() const {
-    std::lock_guard lock(mutex_);
-    return desiredAccuracy_;
-}
-
 std::size_t SimulatedLocationProvider::activeRangingCount() const {
     std::lock_guard lock(mutex_);
     return rangings_.size();
@@ -143,7 +113,7 @@ void SimulatedLocationProvider::rangingReport(std::uint64_t id, int count) {
         auto it = rangings_.find(id);
         if (it == rangings_.end()) return;
         target = it->second;
-        delegate = delegate_.lock();
+        delegate = this->delegate().lock();
         if (!delegate || count > kMaxRangingReports) rangings_.erase(it);
     }
     if (!delegate) return;

@@ -19,25 +19,19 @@
 #include <variant>
 
 #include "drovel/platform/LocationProvider.h"
+#include "linux/LocationProviderSettings.h"
 #include "drovel/platform/MainQueue.h"
 #include "linux/SimulatedDevice.h"
 
 namespace drovel::platform {
 
 // Owned through a shared_ptr (reports are dropped once the provider is gone).
-class SimulatedLocationProvider final : public LocationProvider,
+class SimulatedLocationProvider final : public LocationProviderSettings,
                                         public std::enable_shared_from_this<SimulatedLocationProvider> {
 public:
     static constexpr int kMaxRangingReports = 60;
 
     SimulatedLocationProvider(std::shared_ptr<SimulatedDevice> device, std::shared_ptr<MainQueue> mainQueue);
-
-    void setDelegate(std::weak_ptr<LocationProviderDelegate> delegate) override;
-    std::weak_ptr<LocationProviderDelegate> delegate() const override;
-    void setAllowsBackgroundLocationUpdates(bool allows) override;
-    bool allowsBackgroundLocationUpdates() const override;
-    void setDesiredAccuracy(double accuracy) override;
-    double desiredAccuracy() const override;
 
     bool isRangingAvailable() const override { return device_->rangingAvailable(); }
     bool locationServicesEnabled() const override { return device_->locationServicesEnabled(); }
@@ -67,9 +61,6 @@ private:
     std::shared_ptr<SimulatedDevice> device_;
     std::shared_ptr<MainQueue> mainQueue_;
     mutable std::mutex mutex_;
-    std::weak_ptr<LocationProviderDelegate> delegate_;
-    bool allowsBackgroundLocationUpdates_ = false;
-    double desiredAccuracy_ = kLocationAccuracyBest;
     std::map<std::uint64_t, Target> rangings_;
     std::uint64_t nextRanging_ = 1;
 };
