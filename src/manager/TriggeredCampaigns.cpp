@@ -44,7 +44,10 @@ std::vector<TriggeredEvent> notificationTriggeredEvents(const LoadedCampaigns& f
     for (const auto& campaign : campaigns) index.emplace(campaign.id(), &campaign);
 
     std::vector<TriggeredEvent> events;
-    for (const auto& [campaignID, siteIDs] : fired.store) {
+    for (const auto& entry : fired.store) {
+        // A named variable, not a structured binding: the lambda below captures it.
+        const std::int64_t campaignID = entry.first;
+        const auto& siteIDs = entry.second;
         // The campaign's metadata, rendered once for all its sites.
         NotifyAnalyticsEvent::Params common;
         auto found = index.find(campaignID);
