@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "FuzzInput.h"
-#include "linux/FileUserDefaults.h"
+#include "linux/UserDefaultsJson.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace drovel::platform;
