@@ -18,10 +18,14 @@
 //   store            the first stored row to the commit
 //   render_schedule  the commit to the end (rendering, adding the requests, remembering them)
 //   user_defaults    time spent inside user-defaults writes, within the phases above
+//   process_cpu      CPU time of the whole process (every thread, the backend's too) over the
+//                    measured interval: on a loaded machine the wall times above stretch, this
+//                    much less
 //   scheduled        requests pending on the device at the end
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
@@ -133,6 +137,13 @@ struct Marks {
 };
 Marks marks;
 
+std::int64_t processCPUNanoseconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto nanoseconds = [](const timeval& time) { return std::int64_t{time.tv_sec} * 1'000'000'000 + std::int64_t{time.tv_usec} * 1000; };
+    return nanoseconds(usage.ru_utime) + nanoseconds(usage.ru_stime);
+}
+
 std::int64_t nowNanoseconds() { return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count(); }
 void markOnce(std::atomic<std::int64_t>& mark) {
     std::int64_t unset = 0;
@@ -224,7 +235,7 @@ void BM_FirstSyncAtScale(benchmark::State& state) {
     config.data->notify.emplace();
     config.data->notify->defaultSiteSearchRadiusMeters = 50000;
     const notify::CustomTemplateContent app{{"first_name", "Ann"}, {"gold", "yes"}};
-    double beforeDownload = 0, transfer = 0, decode = 0, store = 0, renderSchedule = 0, userDefaults = 0;
+    double beforeDownload = 0, transfer = 0, decode = 0, store = 0, renderSchedule = 0, userDefaults = 0, processCPU = 0;
     std::size_t scheduled = 0;
 
     for (auto _ : state) {
@@ -258,6 +269,7 @@ void BM_FirstSyncAtScale(benchmark::State& state) {
 
             marks.reset();
             const auto start = nowNanoseconds();
+            const auto startCPU = processCPUNanoseconds();
             core->updateAppConfig(config, std::nullopt);
             // The sync ends with its callback; the adds' completions (which remember what was set up)
             // come after it on the centre's queue, and are done once a later request is answered.
@@ -267,6 +279,7 @@ void BM_FirstSyncAtScale(benchmark::State& state) {
                 [&answered](std::vector<platform::NotificationRequest>) { answered = true; });
             finished = finished && platform.mainQueue->runUntil([&] { return answered.load(); }, std::chrono::seconds(60));
             const auto end = nowNanoseconds();
+            processCPU += static_cast<double>(processCPUNanoseconds() - startCPU) / 1e6;
             if (!finished || marks.committed.load() == 0) {
                 const std::string text = "the sync did not finish (download " + std::string(marks.received ? "received" : "not received") +
                                          ", " + (marks.committed ? "stored" : "not stored") + ", " +
@@ -298,6 +311,7 @@ void BM_FirstSyncAtScale(benchmark::State& state) {
     state.counters["store"] = benchmark::Counter(store, average);
     state.counters["render_schedule"] = benchmark::Counter(renderSchedule, average);
     state.counters["user_defaults"] = benchmark::Counter(userDefaults, average);
+    state.counters["process_cpu"] = benchmark::Counter(processCPU, average);
     state.counters["scheduled"] = static_cast<double>(scheduled);
     core::Logger::setSink(previousSink);
 }

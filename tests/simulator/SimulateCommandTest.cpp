@@ -53,6 +53,49 @@ TEST(SimulateCommandTest, TheBundledScenarioTellsTheWholeStoryAgainstTheBackendP
     EXPECT_NE(after.out.find("\"last_sync\":null"), std::string::npos) << after.out;
 }
 
+// The demo shows a marketing team what a phone shows: the same events at the same simulated times
+// on every run, whatever the machine's load (each step waits for all of the module's work).
+TEST(SimulateCommandTest, TheBundledDemoTellsTheSameStoryOnEveryRun) {
+    auto withoutGuids = [](std::string text) {
+        for (auto at = text.find("\"guid\":\""); at != std::string::npos; at = text.find("\"guid\":\"", at))
+            text.erase(at, 8 + 36 + 2);
+        return text;
+    };
+    const auto first = runCommand(cliCommand({"simulate", "--json"}));
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    const auto second = runCommand(cliCommand({"simulate", "--json"}));
+    ASSERT_EQ(second.exitCode, 0) << second.err;
+    EXPECT_EQ(withoutGuids(first.out), withoutGuids(second.out));
+
+    // What the embedded backend received, and when: the tap while active uploads at once, with what
+    // fired before it; the tap in the background waits for the next sync.
+    const struct {
+        const char* time;
+        const char* name;
+        const char* campaign;
+        const char* site;
+    } uploads[] = {
+        {"09:22:54", "notification_triggered", "101", "1"}, {"09:22:54", "notification_triggered", "102", "1"},
+        {"09:22:54", "notification_triggered", "103", "1"}, {"09:22:54", "notification_clicked", "101", "1"},
+        {"09:39:41", "notification_triggered", "101", "2"}, {"09:39:41", "notification_triggered", "107", "2"},
+        {"09:39:41", "notification_clicked", "101", "2"},   {"10:06:42", "notification_triggered", "105", "1"},
+    };
+    const auto uploaded = matching(lines(first.out), {"\"event\":\"uploaded\""});
+    ASSERT_EQ(uploaded.size(), std::size(uploads)) << first.out;
+    for (std::size_t i = 0; i < uploaded.size(); ++i) {
+        const auto& u = uploads[i];
+        EXPECT_FALSE(matching({uploaded[i]}, {std::string("\"t\":\"2026-11-21T") + u.time, std::string("\"name\":\"") + u.name,
+                                              std::string("\"campaign_id\":") + u.campaign + ",",
+                                              std::string("\"site_id\":\"") + u.site + "\""})
+                         .empty())
+            << uploaded[i];
+    }
+
+    const auto readable = runCommand(cliCommand({"simulate"}));
+    ASSERT_EQ(readable.exitCode, 0) << readable.err;
+    EXPECT_EQ(lines(readable.out).back(), "Summary: 58 scheduled, 9 delivered, 2 clicks, 8 events uploaded, 0 SDK errors");
+}
+
 TEST(SimulateCommandTest, FailedUploadsAreSentAgainAndEachEventArrivesOnce) {
     TempDirectory directory;
     std::ofstream(directory.file("scenario.json")) << R"({
