@@ -149,5 +149,16 @@ TEST(KillRecoveryTest, ARunKilledWhileStoringOrUploadingLeavesAWholeDatabaseAndL
     }
 }
 
+TEST(KillRecoveryTest, AKillPointOfAnotherFormIsRefusedBeforeAnythingRuns) {
+    TempDirectory directory;
+    for (const char* kill : {"store", "store:", "store:0", "store:-1", "store:2x", "upload:0", "uploads", "crash"}) {
+        const auto run = runCommand("DROVEL_SIMULATE_KILL=" + std::string(kill) + " " +
+                                    cliCommand({"simulate", "--device", directory.file("device")}));
+        EXPECT_EQ(run.exitCode, 2) << kill;
+        EXPECT_NE(run.err.find("DROVEL_SIMULATE_KILL: \"" + std::string(kill) + "\""), std::string::npos) << run.err;
+        EXPECT_TRUE(run.out.empty()) << run.out;
+    }
+}
+
 }  // namespace
 }  // namespace drovel::simulator
