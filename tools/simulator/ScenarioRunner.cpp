@@ -352,8 +352,13 @@ void Runner::settle(std::size_t number, const std::function<bool()>& done) {
     for (int round = 0; quiet && round < kMaxRounds; ++round) {
         const auto started = activity_.started() + sink_->syncsStarted.load();
         auto answered = std::make_shared<std::atomic<bool>>(false);
+        // The empty job wakes the main queue at once; it looks at the condition only every few
+        // milliseconds otherwise.
         simulated_.platform.userNotificationCenter->getPendingNotificationRequests(
-            [answered](std::vector<platform::NotificationRequest>) { *answered = true; });
+            [answered, mainQueue = simulated_.platform.mainQueue](std::vector<platform::NotificationRequest>) {
+                *answered = true;
+                mainQueue->async([] {});
+            });
         quiet = queue.runUntil([&] { return answered->load() && quietNow(); }, options_.stepTimeout);
         if (round >= 1 && started == activity_.started() + sink_->syncsStarted.load()) break;
     }
