@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 
@@ -84,72 +85,82 @@ Stored readDatabase(const std::string& path) {
     return stored;
 }
 
-TEST(KillRecoveryTest, ARunKilledWhileStoringOrUploadingLeavesAWholeDatabaseAndLosesNoEvent) {
-    const struct {
-        const char* kill;
-        // The backend answers 500 to this many uploads: the first run's (after the tap), and for a
-        // kill in the store also the killed run's, so that the events wait in the database.
-        int failUploads;
-    } cases[] = {
-        {"store:1", 2},   // the download's first row
-        {"store:8", 2},   // among the sites
-        {"store:15", 2},  // the last row, just before the commit
-        {"upload", 1},    // the backend kept the events; their answer never arrives
-    };
+struct KillCase {
+    const char* kill;
+    // The backend answers 500 to this many uploads: the first run's (after the tap), and for a kill
+    // in the store also the killed run's, so that the events wait in the database.
+    int failUploads;
+};
+
+void PrintTo(const KillCase& c, std::ostream* out) { *out << c.kill; }
+
+// One test per kill point (each plays three runs, slow under the sanitizers), from one table.
+class KillRecoveryTest : public ::testing::TestWithParam<KillCase> {};
+
+INSTANTIATE_TEST_SUITE_P(KillPoints, KillRecoveryTest,
+                         ::testing::Values(KillCase{"store:1", 2},   // the download's first row
+                                           KillCase{"store:8", 2},   // among the sites
+                                           KillCase{"store:15", 2},  // the last row, just before the commit
+                                           KillCase{"upload", 1}),   // the backend kept the events; the answer never arrives
+                         [](const auto& info) {
+                             std::string name = info.param.kill;
+                             std::replace(name.begin(), name.end(), ':', '_');
+                             return name;
+                         });
+
+TEST_P(KillRecoveryTest, ARunKilledWhileStoringOrUploadingLeavesAWholeDatabaseAndLosesNoEvent) {
     constexpr const char* kFirstTown = "1,2,3";
     constexpr const char* kOtherTown = "11,12,13,14,15";
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.kill);
-        TempDirectory directory;
-        std::ofstream(directory.file("catalogue.json")) << twoTownCatalogue();
-        BackendProcess backend(directory.file("catalogue.json"), directory.file("events.jsonl"), c.failUploads);
-        ASSERT_FALSE(backend.url().empty());
-        auto play = [&](const std::string& name, const std::string& text, const std::string& kill) {
-            std::ofstream(directory.file(name)) << text;
-            const std::string environment = kill.empty() ? "" : "DROVEL_SIMULATE_KILL=" + kill + " ";
-            return runCommand(environment + cliCommand({"simulate", directory.file(name), "--backend", backend.url(),
-                                                        "--device", directory.file("device"), "--json"}));
-        };
+    const KillCase& c = GetParam();
+    TempDirectory directory;
+    std::ofstream(directory.file("catalogue.json")) << twoTownCatalogue();
+    BackendProcess backend(directory.file("catalogue.json"), directory.file("events.jsonl"), c.failUploads);
+    ASSERT_FALSE(backend.url().empty());
+    auto play = [&](const std::string& name, const std::string& text, const std::string& kill) {
+        std::ofstream(directory.file(name)) << text;
+        const std::string environment = kill.empty() ? "" : "DROVEL_SIMULATE_KILL=" + kill + " ";
+        return runCommand(environment + cliCommand({"simulate", directory.file(name), "--backend", backend.url(),
+                                                    "--device", directory.file("device"), "--json"}));
+    };
 
-        const auto first = play("first.json", kFirstRun, "");
-        ASSERT_EQ(first.exitCode, 0) << first.err;
-        ASSERT_EQ(matching(lines(first.out), {"\"event\":\"delivered\""}).size(), 3u) << first.out;
+    const auto first = play("first.json", kFirstRun, "");
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    ASSERT_EQ(matching(lines(first.out), {"\"event\":\"delivered\""}).size(), 3u) << first.out;
 
-        const auto killed = play("killed.json", kNextDay, c.kill);
-        ASSERT_EQ(killed.exitCode, 128 + SIGKILL) << killed.out << killed.err;
-        EXPECT_EQ(killed.out.find("\"summary\""), std::string::npos);
+    const auto killed = play("killed.json", kNextDay, c.kill);
+    ASSERT_EQ(killed.exitCode, 128 + SIGKILL) << killed.out << killed.err;
+    EXPECT_EQ(killed.out.find("\"summary\""), std::string::npos);
 
-        // Whatever the kill interrupted, the file opens whole with one complete download.
-        const auto stored = readDatabase(directory.file("device/ApplicationSupport/DrovelNotify.sqlite"));
-        EXPECT_EQ(stored.integrity, "ok");
-        EXPECT_TRUE(stored.campaigns == kFirstTown || stored.campaigns == kOtherTown) << stored.campaigns;
-        EXPECT_EQ(stored.sites, stored.campaigns);
-        EXPECT_EQ(stored.notifications, stored.campaigns);
-        const auto status = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
-        EXPECT_EQ(status.exitCode, 0) << status.err;
-        EXPECT_NE(status.out.find("\"analytics_events_waiting\":4"), std::string::npos) << status.out;
+    // Whatever the kill interrupted, the file opens whole with one complete download.
+    const auto stored = readDatabase(directory.file("device/ApplicationSupport/DrovelNotify.sqlite"));
+    EXPECT_EQ(stored.integrity, "ok");
+    EXPECT_TRUE(stored.campaigns == kFirstTown || stored.campaigns == kOtherTown) << stored.campaigns;
+    EXPECT_EQ(stored.sites, stored.campaigns);
+    EXPECT_EQ(stored.notifications, stored.campaigns);
+    const auto status = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
+    EXPECT_EQ(status.exitCode, 0) << status.err;
+    EXPECT_NE(status.out.find("\"analytics_events_waiting\":4"), std::string::npos) << status.out;
 
-        const auto next = play("next.json", kNextDay, "");
-        ASSERT_EQ(next.exitCode, 0) << next.err;
-        EXPECT_FALSE(matching(lines(next.out), {"\"event\":\"sync\"", "\"fetched\":true", "\"error\":null"}).empty())
-            << next.out;
-        EXPECT_EQ(readDatabase(directory.file("device/ApplicationSupport/DrovelNotify.sqlite")).campaigns, kOtherTown);
-        const auto after = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
-        EXPECT_NE(after.out.find("\"analytics_events_waiting\":0"), std::string::npos) << after.out;
+    const auto next = play("next.json", kNextDay, "");
+    ASSERT_EQ(next.exitCode, 0) << next.err;
+    EXPECT_FALSE(matching(lines(next.out), {"\"event\":\"sync\"", "\"fetched\":true", "\"error\":null"}).empty())
+        << next.out;
+    EXPECT_EQ(readDatabase(directory.file("device/ApplicationSupport/DrovelNotify.sqlite")).campaigns, kOtherTown);
+    const auto after = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
+    EXPECT_NE(after.out.find("\"analytics_events_waiting\":0"), std::string::npos) << after.out;
 
-        // Three sites fired and one notification was tapped: four events, each once.
-        const auto events = lines(readFile(directory.file("events.jsonl")));
-        const auto received = guids(events);
-        EXPECT_EQ(received.size(), 4u) << readFile(directory.file("events.jsonl"));
-        EXPECT_EQ(std::set<std::string>(received.begin(), received.end()).size(), received.size());
-        for (const char* campaign : {"1", "2", "3"})
-            EXPECT_EQ(matching(events, {"\"notification_triggered\"", std::string("\"campaign_id\":") + campaign + ","}).size(), 1u)
-                << campaign;
-        EXPECT_EQ(matching(events, {"\"notification_clicked\"", "\"campaign_id\":3,"}).size(), 1u);
-    }
+    // Three sites fired and one notification was tapped: four events, each once.
+    const auto events = lines(readFile(directory.file("events.jsonl")));
+    const auto received = guids(events);
+    EXPECT_EQ(received.size(), 4u) << readFile(directory.file("events.jsonl"));
+    EXPECT_EQ(std::set<std::string>(received.begin(), received.end()).size(), received.size());
+    for (const char* campaign : {"1", "2", "3"})
+        EXPECT_EQ(matching(events, {"\"notification_triggered\"", std::string("\"campaign_id\":") + campaign + ","}).size(), 1u)
+            << campaign;
+    EXPECT_EQ(matching(events, {"\"notification_clicked\"", "\"campaign_id\":3,"}).size(), 1u);
 }
 
-TEST(KillRecoveryTest, AKillPointOfAnotherFormIsRefusedBeforeAnythingRuns) {
+TEST(KillPointTest, AKillPointOfAnotherFormIsRefusedBeforeAnythingRuns) {
     TempDirectory directory;
     for (const char* kill : {"store", "store:", "store:0", "store:-1", "store:2x", "upload:0", "uploads", "crash"}) {
         const auto run = runCommand("DROVEL_SIMULATE_KILL=" + std::string(kill) + " " +
