@@ -118,7 +118,8 @@ if(DROVEL_BUILD_BENCHMARKS)
     get_filename_component(name ${source} NAME_WE)
     add_executable(bench_${name} ${source})
     target_include_directories(bench_${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/bench)
-    target_link_libraries(bench_${name} PRIVATE drovel_notify drovel_platform_linux benchmark::benchmark)
+    target_link_libraries(bench_${name} PRIVATE drovel_notify drovel_platform_linux drovel_backend drovel_simulator
+      benchmark::benchmark)
   endforeach()
 endif()
 

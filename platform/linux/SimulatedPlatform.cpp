@@ -23,6 +23,7 @@ core::Result<SimulatedPlatform> makeSimulatedPlatform(SimulatedPlatformOptions o
     deviceOptions.directory = std::move(options.directory);
     deviceOptions.notificationCenter = platform.notificationCenter;
     deviceOptions.fresh = std::move(options.fresh);
+    deviceOptions.flushDelay = options.stateFlushDelay;
     auto device = SimulatedDevice::open(std::move(deviceOptions));
     if (!device) return device.error();
     simulated.device = std::move(device).value();

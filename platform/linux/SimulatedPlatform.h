@@ -3,6 +3,7 @@
 // real queues, in-process broadcasts) with the device's notification centre, location service,
 // application, clock and connectivity in place of the host's.
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -25,6 +26,10 @@ struct SimulatedPlatformOptions {
     std::shared_ptr<MainQueue> mainQueue;
     // The state of a new device folder (see SimulatedDeviceOptions).
     std::optional<SimulatedDeviceState> fresh;
+    // How long the device waits for its changes to pause before writing its state file (see
+    // SimulatedDeviceOptions); a benchmark raises it to keep the phone's own bookkeeping out of
+    // the module's time.
+    std::chrono::milliseconds stateFlushDelay{10};
 };
 
 // The platform, and the typed seams a scenario drives.

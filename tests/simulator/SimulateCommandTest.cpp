@@ -3,105 +3,19 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <fstream>
 #include <set>
-#include <sstream>
-#include <vector>
 
-#include "support/RunCommand.h"
-#include "support/TempDirectory.h"
+#include "simulator/SimulatorTestSupport.h"
 
 namespace drovel::simulator {
 namespace {
 
-using testing::cliCommand;
-using testing::runCommand;
-using testing::TempDirectory;
-
-constexpr const char* kCatalogue = DROVEL_SOURCE_DIR "/examples/catalogue.json";
 constexpr const char* kBundled = DROVEL_SOURCE_DIR "/examples/scenario.json";
-
-std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) result.push_back(line);
-    return result;
-}
-
-// The lines holding every one of the parts.
-std::vector<std::string> matching(const std::vector<std::string>& all, std::initializer_list<std::string> parts) {
-    std::vector<std::string> found;
-    for (const auto& line : all) {
-        bool all_in = true;
-        for (const auto& part : parts) all_in = all_in && line.find(part) != std::string::npos;
-        if (all_in) found.push_back(line);
-    }
-    return found;
-}
-
-// `drovel-notify backend` in a child process, on a free port, until destroyed.
-class BackendProcess {
-public:
-    BackendProcess(const std::string& eventsPath, int failUploads) {
-        int fds[2];
-        if (::pipe(fds) != 0) return;
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::dup2(fds[1], STDOUT_FILENO);
-            ::close(fds[0]);
-            const std::string fail = std::to_string(failUploads);
-            ::execl(DROVEL_CLI_PATH, "drovel-notify", "backend", "--catalogue", kCatalogue, "--port", "0", "--events",
-                    eventsPath.c_str(), "--fail-uploads", fail.c_str(), static_cast<char*>(nullptr));
-            ::_exit(127);
-        }
-        ::close(fds[1]);
-        out_ = ::fdopen(fds[0], "r");
-        char buffer[4096];
-        const std::string banner = std::fgets(buffer, sizeof buffer, out_) ? buffer : "";
-        constexpr std::string_view prefix = "Sample backend listening on ";
-        if (banner.rfind(prefix, 0) == 0) url_ = banner.substr(prefix.size(), banner.find(' ', prefix.size()) - prefix.size());
-    }
-    ~BackendProcess() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            int status = 0;
-            ::waitpid(pid_, &status, 0);
-        }
-        if (out_) std::fclose(out_);
-    }
-    const std::string& url() const { return url_; }
-
-private:
-    pid_t pid_ = -1;
-    std::FILE* out_ = nullptr;
-    std::string url_;
-};
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-// The guid of each event line in the backend's events file.
-std::vector<std::string> guids(const std::vector<std::string>& eventLines) {
-    std::vector<std::string> result;
-    for (const auto& line : eventLines) {
-        const auto at = line.find("\"guid\":\"");
-        if (at != std::string::npos) result.push_back(line.substr(at + 8, 36));
-    }
-    return result;
-}
 
 TEST(SimulateCommandTest, TheBundledScenarioTellsTheWholeStoryAgainstTheBackendProcess) {
     TempDirectory directory;
-    BackendProcess backend(directory.file("events.jsonl"), 0);
+    BackendProcess backend(kCatalogue, directory.file("events.jsonl"), 0);
     ASSERT_FALSE(backend.url().empty());
     const auto run = runCommand(cliCommand({"simulate", kBundled, "--backend", backend.url(), "--device",
                                             directory.file("device"), "--json"}));
@@ -139,6 +53,49 @@ TEST(SimulateCommandTest, TheBundledScenarioTellsTheWholeStoryAgainstTheBackendP
     EXPECT_NE(after.out.find("\"last_sync\":null"), std::string::npos) << after.out;
 }
 
+// The demo shows a marketing team what a phone shows: the same events at the same simulated times
+// on every run, whatever the machine's load (each step waits for all of the module's work).
+TEST(SimulateCommandTest, TheBundledDemoTellsTheSameStoryOnEveryRun) {
+    auto withoutGuids = [](std::string text) {
+        for (auto at = text.find("\"guid\":\""); at != std::string::npos; at = text.find("\"guid\":\"", at))
+            text.erase(at, 8 + 36 + 2);
+        return text;
+    };
+    const auto first = runCommand(cliCommand({"simulate", "--json"}));
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    const auto second = runCommand(cliCommand({"simulate", "--json"}));
+    ASSERT_EQ(second.exitCode, 0) << second.err;
+    EXPECT_EQ(withoutGuids(first.out), withoutGuids(second.out));
+
+    // What the embedded backend received, and when: the tap while active uploads at once, with what
+    // fired before it; the tap in the background waits for the next sync.
+    const struct {
+        const char* time;
+        const char* name;
+        const char* campaign;
+        const char* site;
+    } uploads[] = {
+        {"09:22:54", "notification_triggered", "101", "1"}, {"09:22:54", "notification_triggered", "102", "1"},
+        {"09:22:54", "notification_triggered", "103", "1"}, {"09:22:54", "notification_clicked", "101", "1"},
+        {"09:39:41", "notification_triggered", "101", "2"}, {"09:39:41", "notification_triggered", "107", "2"},
+        {"09:39:41", "notification_clicked", "101", "2"},   {"10:06:42", "notification_triggered", "105", "1"},
+    };
+    const auto uploaded = matching(lines(first.out), {"\"event\":\"uploaded\""});
+    ASSERT_EQ(uploaded.size(), std::size(uploads)) << first.out;
+    for (std::size_t i = 0; i < uploaded.size(); ++i) {
+        const auto& u = uploads[i];
+        EXPECT_FALSE(matching({uploaded[i]}, {std::string("\"t\":\"2026-11-21T") + u.time, std::string("\"name\":\"") + u.name,
+                                              std::string("\"campaign_id\":") + u.campaign + ",",
+                                              std::string("\"site_id\":\"") + u.site + "\""})
+                         .empty())
+            << uploaded[i];
+    }
+
+    const auto readable = runCommand(cliCommand({"simulate"}));
+    ASSERT_EQ(readable.exitCode, 0) << readable.err;
+    EXPECT_EQ(lines(readable.out).back(), "Summary: 58 scheduled, 9 delivered, 2 clicks, 8 events uploaded, 0 SDK errors");
+}
+
 TEST(SimulateCommandTest, FailedUploadsAreSentAgainAndEachEventArrivesOnce) {
     TempDirectory directory;
     std::ofstream(directory.file("scenario.json")) << R"({
@@ -154,7 +111,7 @@ TEST(SimulateCommandTest, FailedUploadsAreSentAgainAndEachEventArrivesOnce) {
         {"at": "+1d", "sync": {"force": true}},
         {"at": "+1d", "sync": {"force": true}},
         {"at": "+1d", "sync": {"force": true}}]})";
-    BackendProcess backend(directory.file("events.jsonl"), 2);
+    BackendProcess backend(kCatalogue, directory.file("events.jsonl"), 2);
     ASSERT_FALSE(backend.url().empty());
     const auto run = runCommand(cliCommand({"simulate", directory.file("scenario.json"), "--backend", backend.url(),
                                             "--device", directory.file("device"), "--json"}));

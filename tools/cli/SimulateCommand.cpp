@@ -4,7 +4,12 @@
 // Without SCENARIO the bundled one (examples/scenario.json) runs against an embedded backend on a
 // free loopback port. A scenario with a mistake is refused before anything runs (exit 2, the step
 // number and the problem on standard error); a device or backend that cannot be set up: exit 1.
+//
+// Tests only, and on purpose not in --help: DROVEL_SIMULATE_KILL=store:N, upload or upload:N makes
+// the run SIGKILL itself at that point (simulator/KillPoint.h), so that a test can check what the
+// next run on the same --device folder finds. A value of another form is refused (exit 2).
 
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 
@@ -38,6 +43,14 @@ int simulate(Options& options) {
     if (!scenario) {
         std::cerr << "drovel-notify simulate: " << scenario.error()->description() << '\n';
         return 2;
+    }
+    if (const char* kill = std::getenv("DROVEL_SIMULATE_KILL"); kill && *kill) {
+        auto point = simulator::parseKillPoint(kill);
+        if (!point) {
+            std::cerr << "drovel-notify simulate: " << point.error()->description() << '\n';
+            return 2;
+        }
+        options.runner.kill = point.value();
     }
     options.runner.progress = true;
     auto summary = simulator::runScenario(scenario.value(), options.runner, std::cout);

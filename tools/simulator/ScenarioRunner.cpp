@@ -19,6 +19,7 @@
 #include "drovel/notify/NotificationInfo.h"
 #include "linux/SimulatedPlatform.h"
 #include "simulator/DeviceInspector.h"
+#include "simulator/ModuleActivity.h"
 #include "template/Log.h"
 
 namespace drovel::simulator {
@@ -66,7 +67,10 @@ public:
         if (record.loggerName == "DrovelNotify") {
             const std::string_view message = record.message;
             constexpr std::string_view result = "SyncDebug: doSync() callback result: ";
-            if (message == "SyncDebug: Entering dispatch group") ++syncsInFlight;
+            if (message == "SyncDebug: Entering dispatch group") {
+                ++syncsStarted;
+                ++syncsInFlight;
+            }
             if (message == "SyncDebug: Leaving dispatch group") --syncsInFlight;
             if (message.starts_with(result) && onSync) {
                 // "<true|false> error: <description|nil>"
@@ -91,6 +95,7 @@ public:
         next_ = std::move(next);
     }
     std::atomic<int> syncsInFlight{0};
+    std::atomic<std::uint64_t> syncsStarted{0};
     std::atomic<int> errors{0};
     // Set before anything logs.
     std::function<void(bool fetched, const std::string& error)> onSync;
@@ -135,6 +140,7 @@ private:
     platform::SimulatedPlatform simulated_;
     std::shared_ptr<core::Core> core_;
     std::shared_ptr<notify::Manager> manager_;
+    ModuleActivity activity_;
     std::shared_ptr<WatchingSink> sink_;
     std::shared_ptr<core::LogSink> previousSink_;
     platform::SimulatedDevice::ObserverId observer_ = 0;
@@ -314,6 +320,13 @@ core::ErrorPtr Runner::setUp() {
     sink_->setNext(previousSink_);
     sink_->onSync = [this](bool fetched, const std::string& error) { emitSync(fetched, error); };
 
+    auto& platform = simulated_.platform;
+    if (options_.kill && options_.kill->where == KillPoint::Where::store) armStoreKill(options_.kill->count);
+    if (options_.kill && options_.kill->where == KillPoint::Where::upload)
+        platform.httpTransport = killingUploadTransport(platform.httpTransport, options_.kill->count);
+    platform.globalQueue = activity_.track(platform.globalQueue);
+    platform.httpTransport = activity_.track(platform.httpTransport);
+
     core_ = std::make_shared<core::Core>(simulated_.platform);
     core_->configure({backendURL, options_.apiToken});
     manager_ = notify::Manager::make(simulated_.platform, core_);
@@ -326,18 +339,28 @@ core::ErrorPtr Runner::setUp() {
 void Runner::settle(std::size_t number, const std::function<bool()>& done) {
     auto& queue = *simulated_.platform.mainQueue;
     auto quietNow = [&] {
-        return sink_->syncsInFlight.load() <= 0 && !manager_->bgOrPushSyncInProgress() && queue.pendingCount() == 0;
+        return sink_->syncsInFlight.load() <= 0 && !manager_->bgOrPushSyncInProgress() && queue.pendingCount() == 0 &&
+               activity_.idle();
     };
     bool quiet = queue.runUntil([&] { return done() && quietNow(); }, options_.stepTimeout);
     // Work the module hands through the notification centre (a set-up asks for the pending
     // requests, then adds from the main queue) is not visible above: a request through the centre
-    // answers after the ones queued before it, and the main queue is then pumped again. Two rounds
-    // cover a set-up started by the first.
-    for (int round = 0; quiet && round < 2; ++round) {
+    // answers after the ones queued before it, and the main queue is then pumped again. Rounds go
+    // on until one starts nothing new (at least two: a set-up started by the first), so that the
+    // next step always finds the same state however the threads were scheduled.
+    constexpr int kMaxRounds = 50;
+    for (int round = 0; quiet && round < kMaxRounds; ++round) {
+        const auto started = activity_.started() + sink_->syncsStarted.load();
         auto answered = std::make_shared<std::atomic<bool>>(false);
+        // The empty job wakes the main queue at once; it looks at the condition only every few
+        // milliseconds otherwise.
         simulated_.platform.userNotificationCenter->getPendingNotificationRequests(
-            [answered](std::vector<platform::NotificationRequest>) { *answered = true; });
+            [answered, mainQueue = simulated_.platform.mainQueue](std::vector<platform::NotificationRequest>) {
+                *answered = true;
+                mainQueue->async([] {});
+            });
         quiet = queue.runUntil([&] { return answered->load() && quietNow(); }, options_.stepTimeout);
+        if (round >= 1 && started == activity_.started() + sink_->syncsStarted.load()) break;
     }
     flushUploads();
     if (!quiet) emitError(number, "the module's work did not finish within " +

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 
+#include "simulator/KillPoint.h"
 #include "simulator/Scenario.h"
 
 namespace drovel::simulator {
@@ -31,6 +32,8 @@ struct RunnerOptions {
     bool progress = false;
     // How long one step's work may take before the run reports it as stuck and moves on.
     std::chrono::milliseconds stepTimeout{30000};
+    // Tests only: where the process kills itself (KillPoint.h).
+    std::optional<KillPoint> kill;
 };
 
 struct RunSummary {
