@@ -14,7 +14,6 @@ using namespace std::chrono_literals;
 using namespace simulated;
 using testing::TempDirectory;
 
-
 // Keeps the reports of the location service with the device time they arrived at.
 class ReportLog : public LocationProviderDelegate {
 public:
