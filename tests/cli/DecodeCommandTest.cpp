@@ -45,23 +45,11 @@ TEST(DecodeCommand, FullWritesTheRecordsBackWithTheirComputedValues) {
 }
 
 TEST(DecodeCommand, FailuresPrintOnlyTheMessage) {
-    struct Case {
-        std::string input;
-        std::string message;
-    };
-    const Case cases[] = {
-        {R"({"min_sync_interval_seconds":1,"data":[],"included":{"campaigns":[{"id":1,"region_type":"beacon","beacon_major":70000}]}})",
-         "included.campaigns[0].beacon_major: expected an integer from 0 to 65535\n"},
-        {R"({"min_sync_interval_seconds":1,"data":[{"campaign_id":1}],"included":{}})",
-         "data[0]: missing required key 'content'\n"},
-    };
-    for (const auto& c : cases) {
-        for (const auto& command : {cliCommand({"decode", "-"}), cliCommand({"decode", "--full", "-"})}) {
-            auto result = runCommand(command, c.input);
-            EXPECT_EQ(result.exitCode, 1);
-            EXPECT_EQ(result.out, "");
-            EXPECT_EQ(result.err, c.message);
-        }
+    for (const auto& command : {cliCommand({"decode", "-"}), cliCommand({"decode", "--full", "-"})}) {
+        auto result = runCommand(command, R"({"min_sync_interval_seconds":1,"data":[{"campaign_id":1}],"included":{}})");
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "data[0]: missing required key 'content'\n");
     }
     auto missing = runCommand(cliCommand({"decode", "/nonexistent/download.json"}));
     EXPECT_EQ(missing.exitCode, 1);

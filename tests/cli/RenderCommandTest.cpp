@@ -8,17 +8,14 @@ using namespace drovel::testing;
 
 namespace {
 
-const std::string appJson = R"({"first_name":"ann","points":"120","store":"Main St","tier":"gold"})";
-
+// The template language itself is tested in tests/template; these check what the command adds.
 TEST(RenderCommand, RendersWithTheNotificationContext) {
     const std::pair<std::string, std::string> cases[] = {
-        {"Hi {{ app.first_name }}, your order is ready!", "Hi ann, your order is ready!\n"},
-        {"{{ app.points | plus: 50 }} at {{ app.store }}", "170 at Main St\n"},
-        {"{% if app.tier == 'gold' %}Gold{% else %}Welcome!{% endif %}", "Gold\n"},
+        {"Hi {{ app.first_name }}, {{ app.points | plus: 50 }}!", "Hi ann, 170!\n"},
         {"{{ app.unknown }}", "{{ app.unknown }}\n"},  // empty output shows the template as written
     };
     for (const auto& [text, expected] : cases) {
-        auto result = runCommand(cliCommand({"render", "--app", appJson, text}));
+        auto result = runCommand(cliCommand({"render", "--app", R"({"first_name":"ann","points":"120"})", text}));
         EXPECT_EQ(result.exitCode, 0) << result.err;
         EXPECT_EQ(result.out, expected) << text;
     }

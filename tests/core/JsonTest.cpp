@@ -87,32 +87,13 @@ Result<std::vector<std::int64_t>> decodeIds(std::string_view json) {
     });
 }
 
-TEST(JsonReader, ReportsTheFirstProblemWithItsPath) {
-    struct Case {
-        std::string json;
-        std::string error;  // empty: decodes
-    };
-    const Case cases[] = {
-        {R"({"items":[{"id":1},{"id":2,"x":{"y":[1,"\u00e9",null,true]}}]} )", ""},
-        {R"({"items":[{"id":1},{"id":"2"}]})", "items[1].id: expected an integer"},
-        {R"({"items":[{"id":1},{"other":2}]})", "items[1]: missing required key 'id'"},
-        {R"({"items":[{"id":1.5}]})", "items[0].id: expected an integer"},
-        {R"({"items":[{"id":99999999999999999999}]})", "items[0].id: expected an integer (the number does not fit)"},
-        {R"({"items":{}})", "items: expected an array"},
-        {R"([])", "(root): expected an object"},
-    };
-    for (const auto& c : cases) {
-        auto result = decodeIds(c.json);
-        if (c.error.empty()) {
-            EXPECT_TRUE(result.ok()) << c.json << ": " << result.error()->description();
-        } else {
-            ASSERT_FALSE(result.ok()) << c.json;
-            EXPECT_EQ(result.error()->description(), c.error) << c.json;
-        }
-    }
-}
-
+// The reader's key paths in its error texts are compared through the records' decoders
+// (CoreRecordsJsonTest, and NotifyDecodeTest in tests/data).
 TEST(JsonReader, RejectsMalformedAndTrailingContentWithoutCrashing) {
+    // The same decoder takes a good document, skipping nested values it has no key for.
+    auto good = decodeIds(R"({"items":[{"id":1},{"id":2,"x":{"y":[1,"\u00e9",null,true]}}]} )");
+    ASSERT_TRUE(good.ok()) << good.error()->description();
+    EXPECT_EQ(good.value(), (std::vector<std::int64_t>{1, 2}));
     std::string deep = R"({"skipped":)" + std::string(100000, '[') + std::string(100000, ']') + "}";
     std::string deepObjects = R"({"skipped":)";
     for (int i = 0; i < 5000; ++i) deepObjects += R"({"a":)";
@@ -129,6 +110,7 @@ TEST(JsonReader, RejectsMalformedAndTrailingContentWithoutCrashing) {
         "",
         "   ",
         "42",
+        "[]",
         deep,
         deepObjects,
     };

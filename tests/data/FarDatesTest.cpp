@@ -1,6 +1,6 @@
 // Dates far from today (a backend's "no end" of 9999-12-31, a start of 0001-01-01) through every
-// conversion the module makes: campaign days, the active-campaign filter, stored trigger events and
-// analytics events.
+// conversion the module makes: campaign days, stored trigger events and analytics events (the
+// active-campaign filter is in NotifyInteractorTest).
 
 #include <gtest/gtest.h>
 
@@ -8,13 +8,15 @@
 
 #include "data/NotifyDBManager.h"
 #include "data/NotifyDateFormat.h"
-#include "data/NotifyInteractor.h"
-#include "drovel/core/Core.h"
-#include "support/FakePlatform.h"
+#include "NotifyTestData.h"
 #include "support/ScopedTimeZone.h"
+#include "support/TempDirectory.h"
 
 using namespace drovel::notify;
 using namespace std::chrono;
+using drovel::testing::campaignJson;
+using drovel::testing::campaignsDownload;
+using drovel::testing::decodedResponse;
 
 namespace {
 
@@ -31,33 +33,11 @@ const FarDay kFarDays[] = {
     {"9999-12-31", 253402214400},
 };
 
-std::string campaignJson(int id, const std::string& start, const std::string& end) {
-    return "{\"id\":" + std::to_string(id) + R"(,"region_type":"geofence","start_day":")" + start +
-           R"(","end_day":")" + end + R"(","repeat_interval_days":1,"content":{},"defer_on_pickup":false})";
-}
-
-std::string download(const std::string& campaigns) {
-    return R"({"min_sync_interval_seconds":0,"data":[],"included":{"campaigns":[)" + campaigns + "]}}";
-}
-
-NotifyNotificationsResponse decoded(const std::string& json) {
-    auto response = NotifyNotificationsResponse::fromJson(json);
-    if (!response) throw std::runtime_error(response.error()->description());
-    return std::move(response).value();
-}
-
-class IdleService : public NotifyServiceProtocol {
-public:
-    void fetchNotifications(double, double, double, NotificationsCompletion) const override {}
-    void uploadAnalytics(UploadNotifyAnalyticsEndpoint::Body, UploadCompletion) const override {}
-};
-
 class FarDatesTest : public ::testing::Test {
 protected:
     drovel::testing::ScopedTimeZone zone{"UTC"};
-    drovel::testing::FakePlatform fake;  // 2026-03-14T12:00:00Z
-    std::shared_ptr<NotifyDBManager> database =
-        std::make_shared<NotifyDBManager>(NotifyDBManager::databasePath(fake.directory.path()), true);
+    drovel::testing::TempDirectory directory;
+    NotifyDBManager database{directory.file("DrovelNotify.sqlite"), true};
 };
 
 }  // namespace
@@ -67,7 +47,7 @@ TEST_F(FarDatesTest, CampaignDaysFromYear1To9999DecodeToTheirOwnMidnights) {
         for (const FarDay& end : kFarDays) {
             if (end.midnightUTC < start.midnightUTC) continue;
             SCOPED_TRACE(std::string(start.text) + " to " + end.text);
-            auto response = decoded(download(campaignJson(1, start.text, end.text)));
+            auto response = decodedResponse(campaignsDownload(campaignJson(1, start.text, end.text)));
             auto interval = response.included.campaigns->front().dateInterval();
             ASSERT_TRUE(interval);
             EXPECT_EQ(epochSeconds(interval->start), start.midnightUTC);
@@ -84,26 +64,9 @@ TEST_F(FarDatesTest, CampaignDaysFromYear1To9999DecodeToTheirOwnMidnights) {
     EXPECT_EQ(iso8601FullLocalTZ(*start), "9999-12-31T00:00:00.000-05:00");
 }
 
-TEST_F(FarDatesTest, CampaignsWithFarDaysAreActiveWhenTodayIsInsideThem) {
-    auto interactor = std::make_shared<NotifyInteractor>(std::make_shared<IdleService>(), fake.platform(),
-                                                         std::make_shared<drovel::core::Core>(fake.userDefaults,
-                                                                                              fake.httpTransport),
-                                                         database);
-    const std::string campaigns = campaignJson(1, "0001-01-01", "9999-12-31") + "," +  // no start, no end
-                                  campaignJson(2, "1600-01-01", "2300-01-01") + "," +  // today is inside
-                                  campaignJson(3, "2300-01-01", "9999-12-31") + "," +  // starts far ahead
-                                  campaignJson(4, "0001-01-01", "1600-01-01");          // ended long ago
-    for (std::int64_t id : {1, 2, 3, 4}) interactor->saveTriggerEvent(NotifyTriggerEvent(fake.clock->now(), id, 7));
-    interactor->storeNotificationsResponse(decoded(download(campaigns)));
-    std::vector<std::int64_t> kept;
-    for (const auto& event : interactor->fetchAllTriggerEvents()) kept.push_back(event.campaignID());
-    std::sort(kept.begin(), kept.end());
-    EXPECT_EQ(kept, (std::vector<std::int64_t>{1, 2}));
-}
-
 TEST_F(FarDatesTest, FarDatesSurviveTheDatabase) {
-    auto& db = database->dbManager();
-    auto response = decoded(download(campaignJson(1, "0001-01-01", "9999-12-31")));
+    auto& db = database.dbManager();
+    auto response = decodedResponse(campaignsDownload(campaignJson(1, "0001-01-01", "9999-12-31")));
     db.save(*response.included.campaigns);
     auto campaigns = db.fetchAll<NotifyCampaign>();
     ASSERT_EQ(campaigns.size(), 1u);

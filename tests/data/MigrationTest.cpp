@@ -121,8 +121,7 @@ TEST_F(Migration, FreshDatabaseRunsEveryVersionAndLaterOpeningsRunNone) {
     EXPECT_FALSE(open().needsInit());
     EXPECT_EQ(ran, std::vector<int>{});
     EXPECT_EQ(tableRows(manager->dbManager(), "notify_site", "id"),
-              (Rows{siteHeader,
-                                        "1|NULL|5|'1'|'2'|NULL"}));
+              (Rows{siteHeader, "1|NULL|5|'1'|'2'|NULL"}));
 }
 
 TEST_F(Migration, Version1MovesTriggerTimesAndPairsCampaignsWithSites) {
@@ -157,14 +156,11 @@ TEST_F(Migration, Version1MovesTriggerTimesAndPairsCampaignsWithSites) {
                   R"(4|2|21|'{"deep_link_url":"app://2"}')",
               }));
     EXPECT_EQ(tableRows(db, "notify_trigger_event", "campaign_id"),
-              (Rows{"last_triggered_at|campaign_id|site_id", "'2024-03-02T10:00:00.000Z'|1|NULL",
-                                        "'2024-05-01T08:30:00.000Z'|3|NULL"}));
+              (Rows{"last_triggered_at|campaign_id|site_id", "'2024-03-02T10:00:00.000Z'|1|NULL", "'2024-05-01T08:30:00.000Z'|3|NULL"}));
     EXPECT_EQ(tableRows(db, "notify_site", "id"),
-              (Rows{siteHeader,
-                                        "20|'A'|900|'52.1'|'4.3'|NULL", "21|NULL|15|'52.2'|'4.4'|9"}));
+              (Rows{siteHeader, "20|'A'|900|'52.1'|'4.3'|NULL", "21|NULL|15|'52.2'|'4.4'|9"}));
     EXPECT_EQ(tableRows(db, "notify_analytics_event", "guid"),
-              (Rows{"guid|name|occurred_at|campaign_id|params",
-                                        "'G-1'|'notification_clicked'|'2024-03-02T10:05:00.000Z'|1|'{}'"}));
+              (Rows{"guid|name|occurred_at|campaign_id|params", "'G-1'|'notification_clicked'|'2024-03-02T10:05:00.000Z'|1|'{}'"}));
 }
 
 TEST_F(Migration, Version3ComparesTargetingTypesAsJsonTextAndRepeatabilityAsBareWord) {
@@ -206,8 +202,7 @@ TEST_F(Migration, Version3ComparesTargetingTypesAsJsonTextAndRepeatabilityAsBare
                   R"(7|7|42|'{}')",
               }));
     EXPECT_EQ(tableRows(db, "notify_trigger_event", "campaign_id"),
-              (Rows{"last_triggered_at|campaign_id|site_id", "'2024-03-05T00:00:00.000Z'|5|NULL",
-                                        "'2024-03-06T00:00:00.000Z'|6|40"}));
+              (Rows{"last_triggered_at|campaign_id|site_id", "'2024-03-05T00:00:00.000Z'|5|NULL", "'2024-03-06T00:00:00.000Z'|6|40"}));
     EXPECT_EQ(textRows(db, "SELECT group_concat(id, ',') FROM (SELECT id FROM notify_site ORDER BY id);"),
               Rows{"40,41,42"});
 

@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <future>
 
 #include "data/NotifyDBManager.h"
 #include "data/NotifyInteractor.h"
 #include "drovel/core/Core.h"
-#include "support/CapturingLogSink.h"
+#include "NotifyTestData.h"
 #include "support/FakePlatform.h"
 #include "support/Locked.h"
 #include "support/ScopedTimeZone.h"
@@ -16,8 +15,10 @@
 using namespace drovel::notify;
 using namespace std::chrono;
 using drovel::core::ErrorPtr;
-using drovel::core::LogLevel;
 using drovel::core::SimpleError;
+using drovel::testing::campaignJson;
+using drovel::testing::decodedResponse;
+using drovel::testing::logLines;
 
 namespace {
 
@@ -43,31 +44,19 @@ private:
     mutable std::vector<Upload> uploads_;
 };
 
-// A campaign running from start to end (inclusive), as the backend sends it.
-std::string campaign(int id, const char* start, const char* end, bool deferOnPickup = false) {
-    return "{\"id\":" + std::to_string(id) + R"(,"region_type":"geofence","start_day":")" + start +
-           R"(","end_day":")" + end + R"(","repeat_interval_days":1,"content":{},"defer_on_pickup":)" + (deferOnPickup ? "true" : "false") + "}";
-}
-
-NotifyNotificationsResponse response(const std::string& json) {
-    auto decoded = NotifyNotificationsResponse::fromJson(json);
-    if (!decoded) throw std::runtime_error(decoded.error()->description());
-    return std::move(decoded).value();
-}
-
 // Campaigns 1 and 2, sites 10 and 11, three pairs.
 const std::string kFirstDownload = R"({"min_sync_interval_seconds": 900,
   "data": [{"campaign_id": 1, "site_id": 10, "content": {}}, {"campaign_id": 1, "site_id": 11, "content": {}},
            {"campaign_id": 2, "site_id": 11, "content": {"deep_link_url": "app://2"}}],
-  "included": {"campaigns": [)" + campaign(1, "2026-03-01", "2026-03-31") + "," +
-                                   campaign(2, "2026-03-01", "2026-03-31") + R"(],
+  "included": {"campaigns": [)" + campaignJson(1, "2026-03-01", "2026-03-31") + "," +
+                                   campaignJson(2, "2026-03-01", "2026-03-31") + R"(],
     "sites": [{"id": 10, "distance_meters": 900, "latitude": "52.1", "longitude": "4.3"},
               {"id": 11, "distance_meters": 15, "latitude": "52.2", "longitude": "4.4"}]}})";
 
 // Campaign 8 and site 12, one pair.
 const std::string kSecondDownload = R"({"min_sync_interval_seconds": 60,
   "data": [{"campaign_id": 8, "site_id": 12, "content": {}}],
-  "included": {"campaigns": [)" + campaign(8, "2026-03-01", "2026-03-31") + R"(],
+  "included": {"campaigns": [)" + campaignJson(8, "2026-03-01", "2026-03-31") + R"(],
     "sites": [{"id": 12, "distance_meters": 5, "latitude": "1", "longitude": "2"}]}})";
 
 class NotifyInteractorTest : public ::testing::Test {
@@ -99,7 +88,7 @@ protected:
 
 TEST_F(NotifyInteractorTest, ConstructionLoadsTheStoredDownloadUnlessTheFileIsNew) {
     fake.userDefaults->setDate("DrovelNotify.lastFetch", fake.clock->now());
-    interactor->storeNotificationsResponse(response(kFirstDownload));
+    interactor->storeNotificationsResponse(decodedResponse(kFirstDownload));
 
     // The file is new: nothing is loaded from it, the stored values still are.
     auto fresh = std::make_shared<NotifyDBManager>(fake.directory.file("fresh.sqlite"), true);
@@ -120,12 +109,12 @@ TEST_F(NotifyInteractorTest, ConstructionLoadsTheStoredDownloadUnlessTheFileIsNe
 }
 
 TEST_F(NotifyInteractorTest, StoringADownloadKeepsListsTheResponseLeavesOut) {
-    interactor->storeNotificationsResponse(response(kFirstDownload));
+    interactor->storeNotificationsResponse(decodedResponse(kFirstDownload));
     EXPECT_EQ(interactor->kMinSyncInterval(), 900);
     EXPECT_EQ(fake.userDefaults->doubleValue("DrovelNotify.minSyncInterval"), 900.0);
 
     interactor->storeNotificationsResponse(
-        response(R"({"min_sync_interval_seconds": 30, "data": [], "included": {"sites": null}})"));
+        decodedResponse(R"({"min_sync_interval_seconds": 30, "data": [], "included": {"sites": null}})"));
     EXPECT_TRUE(interactor->notifications().empty());
     EXPECT_EQ(interactor->sites().size(), 2u);
     EXPECT_EQ(interactor->campaigns().size(), 2u);
@@ -133,7 +122,7 @@ TEST_F(NotifyInteractorTest, StoringADownloadKeepsListsTheResponseLeavesOut) {
     EXPECT_TRUE(db().fetchAll<NotifyCampaign>().empty());
 
     interactor->storeNotificationsResponse(
-        response(R"({"min_sync_interval_seconds": 30, "data": [], "included": {"sites": [], "campaigns": []}})"));
+        decodedResponse(R"({"min_sync_interval_seconds": 30, "data": [], "included": {"sites": [], "campaigns": []}})"));
     EXPECT_TRUE(interactor->sites().empty());
     EXPECT_TRUE(interactor->campaigns().empty());
 
@@ -158,7 +147,7 @@ TEST_F(NotifyInteractorTest, AFailureMidwayLeavesThePreviousDownloadInTheDatabas
     fake.notificationCenter->addObserver("notifyNotificationsError", [&](const drovel::platform::Notification& n) {
         broadcasts.push_back(std::any_cast<ErrorPtr>(n.object));
     });
-    interactor->storeNotificationsResponse(response(kFirstDownload));
+    interactor->storeNotificationsResponse(decodedResponse(kFirstDownload));
     interactor->saveTriggerEvent(NotifyTriggerEvent(fake.clock->now(), 1, 10));
     const auto pairs = db().fetchAll<NotifyNotifications>();
     const auto sites = db().fetchAll<NotifySite>();
@@ -171,7 +160,7 @@ TEST_F(NotifyInteractorTest, AFailureMidwayLeavesThePreviousDownloadInTheDatabas
         db().enableTriggersForTesting();
         db().execute(std::string("CREATE TRIGGER boom BEFORE INSERT ON ") + c.table +
                      " BEGIN SELECT RAISE(ABORT, 'boom'); END;");
-        interactor->storeNotificationsResponse(response(kSecondDownload));
+        interactor->storeNotificationsResponse(decodedResponse(kSecondDownload));
         db().execute("DROP TRIGGER boom;");
 
         EXPECT_EQ(db().fetchAll<NotifyNotifications>(), pairs);
@@ -183,12 +172,8 @@ TEST_F(NotifyInteractorTest, AFailureMidwayLeavesThePreviousDownloadInTheDatabas
         EXPECT_EQ(interactor->campaigns()[0].id(), 8);
         EXPECT_EQ(interactor->notifications().size(), 1u);
 
-        auto records = log->records();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].level, LogLevel::error);
-        EXPECT_EQ(records[0].message, c.message);
-        EXPECT_EQ(records[0].file, "NotifyInteractor");
-        EXPECT_EQ(records[0].function, c.function);
+        EXPECT_EQ(logLines(log.sink()), std::vector<std::string>{std::string("[error] DrovelNotify NotifyInteractor.") +
+                                                                 c.function + ": " + c.message});
         ASSERT_EQ(broadcasts.size(), c.broadcast ? 1u : 0u);
         if (c.broadcast) {
             EXPECT_EQ(broadcasts[0]->description(), "boom");
@@ -196,29 +181,33 @@ TEST_F(NotifyInteractorTest, AFailureMidwayLeavesThePreviousDownloadInTheDatabas
         interactor = makeInteractor();
     }
 
-    interactor->storeNotificationsResponse(response(kSecondDownload));
+    interactor->storeNotificationsResponse(decodedResponse(kSecondDownload));
     EXPECT_EQ(db().fetchAll<NotifyNotifications>().size(), 1u);
     EXPECT_TRUE(triggerCampaigns().empty());  // campaign 1 is gone
 }
 
 TEST_F(NotifyInteractorTest, ADownloadKeepsTheTriggerEventsOfActiveCampaignsOnly) {
     // Now is 2026-03-14T12:00:00Z, in UTC.
-    const std::string download = R"({"min_sync_interval_seconds": 0, "data": [], "included": {"campaigns": [)" +
-                                 campaign(1, "2026-03-14", "2026-03-14") + "," +       // its only day
-                                 campaign(2, "2026-03-01", "2026-03-13") + "," +       // ended yesterday
-                                 campaign(3, "2026-03-15", "2026-03-31") + "," +       // starts tomorrow
-                                 campaign(4, "2026-03-01", "2026-03-31", true) + "," +  // held back by pickups
-                                 campaign(6, "2026-3-1x", "2026-03-31") + "]}}";       // no date interval
+    const std::string download = drovel::testing::campaignsDownload(
+        campaignJson(1, "2026-03-14", "2026-03-14") + "," +        // its only day
+        campaignJson(2, "2026-03-01", "2026-03-13") + "," +        // ended yesterday
+        campaignJson(3, "2026-03-15", "2026-03-31") + "," +        // starts tomorrow
+        campaignJson(4, "2026-03-01", "2026-03-31", true) + "," +  // held back by pickups
+        campaignJson(6, "2026-3-1x", "2026-03-31") + "," +         // no date interval
+        campaignJson(11, "0001-01-01", "9999-12-31") + "," +       // far days: no start, no end
+        campaignJson(12, "1600-01-01", "2300-01-01") + "," +       // today is inside
+        campaignJson(13, "2300-01-01", "9999-12-31") + "," +       // starts far ahead
+        campaignJson(14, "0001-01-01", "1600-01-01"));             // ended long ago
     struct Case {
         bool openOrder;
         std::vector<std::int64_t> kept;
     };
-    for (const Case& c : {Case{false, {1, 4}}, Case{true, {1}}}) {
+    for (const Case& c : {Case{false, {1, 4, 11, 12}}, Case{true, {1, 11, 12}}}) {
         SCOPED_TRACE(c.openOrder);
         core->orders().setOrders({drovel::core::Order{1, c.openOrder ? "open" : "completed", std::nullopt}});
-        for (std::int64_t id : {1, 2, 2, 3, 4, 5, 6})
+        for (std::int64_t id : {1, 2, 2, 3, 4, 5, 6, 11, 12, 13, 14})
             interactor->saveTriggerEvent(NotifyTriggerEvent(fake.clock->now(), id, std::nullopt));
-        interactor->storeNotificationsResponse(response(download));
+        interactor->storeNotificationsResponse(decodedResponse(download));
         std::vector<std::int64_t> kept = triggerCampaigns();
         std::sort(kept.begin(), kept.end());
         EXPECT_EQ(kept, c.kept);
@@ -316,13 +305,10 @@ TEST_F(NotifyInteractorTest, EveryDatabaseFailureIsLoggedWithItsTextAndSwallowed
         SCOPED_TRACE(c.function);
         log->clear();
         c.operation();
-        auto records = log->records();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].level, LogLevel::error);
-        EXPECT_EQ(records[0].file, "NotifyInteractor");
-        EXPECT_EQ(records[0].function, c.function);
-        EXPECT_EQ(records[0].message.substr(0, std::strlen(c.text)), c.text);
-        EXPECT_NE(records[0].message.find("no such table"), std::string::npos) << records[0].message;
+        auto lines = logLines(log.sink());
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_TRUE(lines[0].starts_with(std::string("[error] DrovelNotify NotifyInteractor.") + c.function + ": " + c.text + "no such table"))
+            << lines[0];
     }
     EXPECT_TRUE(interactor->notifications().empty());
 }

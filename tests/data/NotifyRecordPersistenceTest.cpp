@@ -92,19 +92,6 @@ TEST_F(NotifyRecordPersistence, AnAbsentRepeatIntervalIsStoredAsTheColumnDefault
     EXPECT_EQ(db.fetchAll<NotifyCampaign>().at(0).repeatIntervalDays(), 0);
 }
 
-TEST_F(NotifyRecordPersistence, TriggerEventsAddARowPerSave) {
-    NotifyTriggerEvent event(Date(std::chrono::milliseconds(1709251200123)), 7, std::nullopt);
-    db.save(event);
-    db.save(event);
-    auto events = db.fetchAll<NotifyTriggerEvent>();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0], event);
-    EXPECT_EQ(db.fetch<NotifyTriggerEvent>("SELECT last_triggered_at, campaign_id, site_id FROM 'notify_trigger_event' "
-                                           "WHERE campaign_id=\"7\";")
-                  .size(),
-              2u);
-}
-
 TEST_F(NotifyRecordPersistence, AnalyticsEventsReadBackExceptTheSdkErrorKind) {
     NotifyAnalyticsEvent clicked(NotifyAnalyticsEventType::notificationClicked, Date(std::chrono::seconds(1)), 7,
                                  {{"site_id", "42"}});

@@ -4,8 +4,8 @@
 
 #include "data/ModuleLogger.h"
 #include "data/SyncHistory.h"
+#include "NotifyTestData.h"
 #include "drovel/core/Core.h"
-#include "support/CapturingLogSink.h"
 #include "support/FakePlatform.h"
 #include "support/ScopedTimeZone.h"
 
@@ -106,12 +106,9 @@ TEST_F(SyncHistoryTest, EventsHaveTheirTextsAndLogLines) {
         log->clear();
         c.add();
         EXPECT_EQ(fake.userDefaults->string(SyncHistory::bgFetchKey(0)), stamp(c.entry));
-        auto records = log->records();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].level, LogLevel::verbose);
-        EXPECT_EQ(records[0].message, stamp(c.entry) + c.logSuffix);
-        EXPECT_EQ(records[0].file, "SyncHistory");
-        EXPECT_EQ(records[0].function, c.function);
+        EXPECT_EQ(drovel::testing::logLines(log.sink()),
+                  std::vector<std::string>{"[verbose] DrovelNotify SyncHistory." + std::string(c.function) + ": " +
+                                           stamp(c.entry) + c.logSuffix});
     }
 }
 

@@ -130,8 +130,6 @@ TEST(HeadlessApplicationTest, StateChangesPostLifecycleBroadcastsAndURLsDoNotOpe
     EXPECT_EQ(opened, false);
 
     EXPECT_EQ(application.minimumBackgroundFetchInterval(), kBackgroundFetchIntervalNever);
-    application.setMinimumBackgroundFetchInterval(10800);
-    EXPECT_EQ(application.minimumBackgroundFetchInterval(), 10800);
 
     int expired = 0;
     auto task = application.beginBackgroundTask("DrovelNotify.syncAnalyticsEvents", [&] { ++expired; });

@@ -65,15 +65,6 @@ TEST(DistanceTest, GreatCircleDistances) {
     EXPECT_NEAR(distanceBetween({0, 179.9}, {0, -179.9}), 22239, 5);  // across the date line
 }
 
-TEST(PlatformErrorsTest, DescriptionsCarryThePlatformCodes) {
-    EXPECT_EQ(LocationError(LocationError::Code::locationUnknown).description(),
-              "The operation couldn\u2019t be completed. (kCLErrorDomain error 0.)");
-    EXPECT_EQ(LocationError(LocationError::Code::rangingUnavailable).description(),
-              "The operation couldn\u2019t be completed. (kCLErrorDomain error 16.)");
-    EXPECT_EQ(UserNotificationError(UserNotificationError::Code::notificationsNotAllowed).description(),
-              "Notifications are not allowed for this application");
-}
-
 TEST(NotificationRequestTest, DescriptionNamesTheRequestItsContentAndRegion) {
     NotificationRequest request{"drovel.notify 7",
                                 {"Title", "", "Body", NotificationSound::defaultSound, {{"message_source", "drovel.notify"}}},

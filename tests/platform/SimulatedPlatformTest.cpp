@@ -3,6 +3,7 @@
 #include <future>
 
 #include "drovel/platform/NotificationCenter.h"
+#include "SimulatedDeviceTestSupport.h"
 #include "linux/SimulatedPlatform.h"
 #include "support/TempDirectory.h"
 
@@ -10,10 +11,8 @@ namespace drovel::platform {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace simulated;
 using testing::TempDirectory;
-
-constexpr const char* kUUID = "E2C56DB5-DFFB-48D2-B060-D0F5A71096E0";
-const Date kStart = Date(std::chrono::seconds(1795269600));  // 2026-11-21T14:00:00Z
 
 // Keeps the reports of the location service with the device time they arrived at.
 class ReportLog : public LocationProviderDelegate {
@@ -103,9 +102,8 @@ TEST_F(SimulatedPlatformTest, EverySeamIsTheDevicesOwn) {
 
 TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
     auto& center = *simulated.platform.userNotificationCenter;
-    NotificationRequest request;
-    request.identifier = "drovel.notify 7";
-    request.trigger = NotificationTrigger{CircularRegion{"drovel.notify 7", {40.0, -74.0}, 100, true, false}, false};
+    const NotificationRequest request{"drovel.notify 7", {},
+                                      NotificationTrigger{CircularRegion{"drovel.notify 7", {40.0, -74.0}, 100, true, false}, false}};
     std::promise<core::ErrorPtr> added;
     center.add(request, [&](core::ErrorPtr error) { added.set_value(error); });
     EXPECT_EQ(added.get_future().get(), nullptr);
@@ -116,9 +114,7 @@ TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
     center.removePendingNotificationRequests({"drovel.notify 7"});
     EXPECT_TRUE(device->pendingRequests().empty());
 
-    SimulatedDeviceSettings undecided;
-    undecided.notifications = NotificationAuthorizationStatus::notDetermined;
-    device->apply(undecided);
+    device->apply(changing(&SimulatedDeviceSettings::notifications, NotificationAuthorizationStatus::notDetermined));
     std::promise<NotificationSettings> before;
     center.getNotificationSettings([&](NotificationSettings settings) { before.set_value(settings); });
     EXPECT_FALSE(before.get_future().get().permitsNotifications());
@@ -138,10 +134,8 @@ TEST_F(SimulatedPlatformTest, PositionRequestsAnswerFromTheDevice) {
 
     device->setPosition(std::nullopt);
     provider.requestLocation();
-    SimulatedDeviceSettings off;
-    off.locationServices = false;
     ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 1; }));
-    device->apply(off);
+    device->apply(changing(&SimulatedDeviceSettings::locationServices, false));
     EXPECT_FALSE(provider.locationServicesEnabled());
     provider.requestLocation();
     ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 2; }));
@@ -151,16 +145,8 @@ TEST_F(SimulatedPlatformTest, PositionRequestsAnswerFromTheDevice) {
 }
 
 TEST_F(SimulatedPlatformTest, RangingReportsOncePerSimulatedSecondUntilStopped) {
-    Beacon near;
-    near.uuid = kUUID;
-    near.major = 3;
-    near.minor = 9;
-    near.accuracy = 0.8;
-    Beacon far = near;
-    far.minor = 10;
-    far.accuracy = 12;
-    Beacon other = near;
-    other.major = 4;
+    const Beacon near{kUUID, 3, 9, BeaconProximity::unknown, 0.8, 0, {}}, far{kUUID, 3, 10, BeaconProximity::unknown, 12, 0, {}},
+        other{kUUID, 4, 9, BeaconProximity::unknown, 0.8, 0, {}};
     device->setBeacons({far, other, near});
     log->stopAfter = 3;
     auto& provider = *simulated.platform.locationProvider;
@@ -183,16 +169,13 @@ TEST_F(SimulatedPlatformTest, RangingReportsOncePerSimulatedSecondUntilStopped) 
 }
 
 TEST_F(SimulatedPlatformTest, RangingFailsWhenTheDeviceCannotRangeAndEndsWhenNobodyStopsIt) {
-    SimulatedDeviceSettings noRanging;
-    noRanging.rangingAvailable = false;
-    device->apply(noRanging);
+    device->apply(changing(&SimulatedDeviceSettings::rangingAvailable, false));
     auto& provider = *simulated.platform.locationProvider;
     provider.startRangingBeacons(BeaconIdentityConstraint{kUUID, std::nullopt, std::nullopt});
     ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 1; }));
     EXPECT_EQ(log->failures[0], "The operation couldn\u2019t be completed. (kCLErrorDomain error 16.)");
 
-    noRanging.rangingAvailable = true;
-    device->apply(noRanging);
+    device->apply(changing(&SimulatedDeviceSettings::rangingAvailable, true));
     provider.startRangingBeacons(BeaconIdentityConstraint{kUUID, std::nullopt, std::nullopt});
     ASSERT_TRUE(pumpUntil([&] { return log->failures.size() == 2; }));
     EXPECT_EQ(log->ranges.size(), std::size_t{SimulatedLocationProvider::kMaxRangingReports});
