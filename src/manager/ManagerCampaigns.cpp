@@ -133,6 +133,9 @@ void Manager::addNotification(const platform::NotificationRequest& request, cons
 void Manager::detectTriggeredCampaigns() {
     constexpr std::string_view function = "detectTriggeredCampaigns()";
     if (!notificationsPermitted()) return;
+    // One detection at a time: the next one reads what this one leaves remembered. The wait below
+    // never needs the queue a detection runs on (the centre and ranging answer elsewhere).
+    std::lock_guard detecting(detectionMutex_);
     managerLog().verbose("SyncDebug: Detecting triggered campaigns", DROVEL_SOURCE(kManagerFile, function));
     auto loaded = loadedCampaigns(*platform_.userDefaults);
     if (!loaded) {

@@ -120,7 +120,9 @@ struct Harness {
         return *made;
     }
 
-    bool pumpUntil(const std::function<bool()>& condition) { return fake.mainQueue->runUntil(condition, kLimit); }
+    bool pumpUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = kLimit) {
+        return fake.mainQueue->runUntil(condition, limit);
+    }
 
     // Enables the module and waits for setup on the main queue.
     void enable(std::optional<core::PushData> push = std::nullopt) {

@@ -208,6 +208,11 @@ private:
     std::function<platform::AuthorizationStatus()> locationAuthorizationStatusFunc_;
     std::shared_ptr<platform::UserNotificationCenter> userNotificationCenter_;
 
+    // Held for a whole detection. A tap while the app is active detects on a global queue while a sync
+    // may be detecting on the serial queue; both would read the same remembered requests and report
+    // each fired pair twice, and their ranging requests would replace each other's callback.
+    std::mutex detectionMutex_;
+
     // Guards the fields below, which several queues read and write.
     mutable std::mutex mutex_;
     std::optional<core::NotifyConfig> config_;
