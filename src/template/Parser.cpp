@@ -135,6 +135,17 @@ const Operator* Parser::findOperator(std::string_view identifier) const {
     return nullptr;
 }
 
+std::uint64_t Parser::loopPosition(std::string_view key) const {
+    auto found = loopPositions_.find(key);
+    return found == loopPositions_.end() ? 0 : found->second;
+}
+
+void Parser::setLoopPosition(std::string_view key, std::uint64_t position) {
+    auto found = loopPositions_.find(key);
+    if (found != loopPositions_.end()) found->second = position;
+    else loopPositions_.emplace(key, position);
+}
+
 void Parser::chargeWork(std::uint64_t bytes) {
     workBytes_ += bytes;
     if (workBytes_ > maximumWorkBytes) throw TemplateFatalError("Template rendering exceeded its work limit");

@@ -134,6 +134,11 @@ public:
     static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize);
     static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
+    // Where the rendering's last loop with that "variable-collection" key stopped (the index of
+    // the next element), for "offset: continue"; 0 before any such loop.
+    std::uint64_t loopPosition(std::string_view key) const;
+    void setLoopPosition(std::string_view key, std::uint64_t position);
+
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
     Scope& currentScope() { return *current_; }
@@ -165,6 +170,7 @@ private:
     std::unique_ptr<Scope> root_;
     std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
     Scope* current_ = nullptr;
+    std::map<std::string, std::uint64_t, std::less<>> loopPositions_;
     std::uint64_t tokenVisits_ = 0;
     std::uint64_t workBytes_ = 0;
     std::uint64_t outputBytes_ = 0;
