@@ -151,12 +151,27 @@ bool whitespaceBefore(std::string_view text, std::size_t position, std::size_t& 
 
 std::size_t findWhitespaceOrNewline(std::string_view text) {
     std::size_t position = 0, length;
-    while (position < text.size() && !whitespaceAt(text, position, length)) position += length;
+    while (position < text.size()) {
+        auto byte = static_cast<unsigned char>(text[position]);
+        if (byte < 0x80) {
+            if (isASCIIWhitespace(byte)) break;
+            ++position;
+        } else if (whitespaceAt(text, position, length)) {
+            break;
+        } else {
+            position += length;
+        }
+    }
     return position;
 }
 
 std::string_view trimWhitespaceAndNewlines(std::string_view text) {
     std::size_t start = 0, end = text.size(), length;
+    // Statements and operands rarely have white space at either end: one look at each end.
+    if (start < end && !isASCIIWhitespace(static_cast<unsigned char>(text[start])) &&
+        static_cast<unsigned char>(text[start]) < 0x80 && !isASCIIWhitespace(static_cast<unsigned char>(text[end - 1])) &&
+        static_cast<unsigned char>(text[end - 1]) < 0x80)
+        return text;
     while (start < end && whitespaceAt(text, start, length)) start += length;
     while (end > start && whitespaceBefore(text, end, length)) end -= length;
     return text.substr(start, end - start);
