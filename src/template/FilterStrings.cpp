@@ -111,9 +111,9 @@ Value append(const Value& input, Filter::Arguments arguments) {
 
 Value capitalize(const Value& input, Filter::Arguments) {
     return mapText(input, [](std::string text) {
-        auto words = text::words(text);
-        if (words.empty()) return text;
-        std::string_view word = words.front();
+        auto first = text::firstWord(text);
+        if (!first) return text;
+        std::string_view word = *first;
         std::size_t start = static_cast<std::size_t>(word.data() - text.data());
         // Only the first word changes; the rest of the text is kept as it is.
         return text.substr(0, start) + text::capitalizedWord(word) + text.substr(start + word.size());
