@@ -123,9 +123,33 @@ void Parser::registerTag(const TagClass& tagClass) {
     tags_ = std::move(tags);
 }
 
+namespace {
+
+// The built-in filters' positions in their list, by name, for a binary search.
+const std::vector<std::pair<std::string_view, std::size_t>>& builtinFilterIndex() {
+    static const auto index = [] {
+        const auto& filters = *builtinFilterList();
+        std::vector<std::pair<std::string_view, std::size_t>> out;
+        out.reserve(filters.size());
+        for (std::size_t i = 0; i < filters.size(); ++i) out.emplace_back(filters[i].identifier, i);
+        // Stable: of two built-ins with one name the first stays first.
+        std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        return out;
+    }();
+    return index;
+}
+
+}  // namespace
+
 const Filter* Parser::findFilter(std::string_view identifier) const {
-    for (const auto& filter : *filters_)
-        if (filter.identifier == identifier) return &filter;
+    // Every list starts with the built-ins (registering copies them and appends), and the first
+    // entry with a name wins: look there first, then through what was registered after them.
+    const auto& index = builtinFilterIndex();
+    auto found = std::lower_bound(index.begin(), index.end(), identifier,
+                                  [](const auto& entry, std::string_view name) { return entry.first < name; });
+    if (found != index.end() && found->first == identifier) return &(*filters_)[found->second];
+    for (std::size_t i = index.size(); i < filters_->size(); ++i)
+        if ((*filters_)[i].identifier == identifier) return &(*filters_)[i];
     return nullptr;
 }
 
