@@ -192,15 +192,17 @@ Value TagFor::itemAt(std::uint64_t pass) const {
 std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t pass = iterated_++;
     std::uint64_t remaining = count_ - pass;  // this pass included
-    Value::Dictionary forloop{
-        {"first", Value::boolean(pass == 0)},
-        {"index", Value::integer(saturated(pass + 1))},
-        {"index0", Value::integer(saturated(pass))},
-        {"last", Value::boolean(remaining == 1)},
-        {"length", Value::integer(saturated(count_))},
-        {"rindex", Value::integer(saturated(remaining))},
-        {"rindex0", Value::integer(saturated(remaining - 1))},
-    };
+    // In key order, as fromOrderedEntries wants them.
+    Value::Dictionary::Entries entries;
+    entries.reserve(7);
+    entries.emplace_back("first", Value::boolean(pass == 0));
+    entries.emplace_back("index", Value::integer(saturated(pass + 1)));
+    entries.emplace_back("index0", Value::integer(saturated(pass)));
+    entries.emplace_back("last", Value::boolean(remaining == 1));
+    entries.emplace_back("length", Value::integer(saturated(count_)));
+    entries.emplace_back("rindex", Value::integer(saturated(remaining)));
+    entries.emplace_back("rindex0", Value::integer(saturated(remaining - 1)));
+    auto forloop = Value::Dictionary::fromOrderedEntries(std::move(entries));
     Value::Dictionary variables;
     variables.set(*compiledExpression.find("iteree")->asString(), itemAt(pass));
     variables.set("forloop", Value::dictionary(std::move(forloop)));

@@ -218,6 +218,14 @@ Value::Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, 
     for (const auto& [key, value] : entries) set(key, value);
 }
 
+Value::Dictionary Value::Dictionary::fromOrderedEntries(Entries entries) {
+    for (std::size_t i = 1; i < entries.size(); ++i)
+        if (!(entries[i - 1].first < entries[i].first)) throw std::invalid_argument("dictionary entries out of order");
+    Dictionary out;
+    out.entries_ = std::move(entries);
+    return out;
+}
+
 Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::string_view key) const {
     return std::lower_bound(entries_.begin(), entries_.end(), key,
                             [](const Entry& entry, std::string_view wanted) { return std::string_view(entry.first) < wanted; });
@@ -226,6 +234,12 @@ Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::st
 const Value* Value::Dictionary::find(std::string_view key) const {
     std::string canonical;
     if (!unicode::isASCII(key)) key = canonical = unicode::canonicalForm(key);
+    // Most dictionaries hold a handful of entries: comparing lengths first beats a search.
+    if (entries_.size() <= 8) {
+        for (const auto& [name, value] : entries_)
+            if (name.size() == key.size() && std::string_view(name) == key) return &value;
+        return nullptr;
+    }
     auto found = lowerBound(key);
     return found != entries_.end() && found->first == key ? &found->second : nullptr;
 }

@@ -124,6 +124,10 @@ public:
 
     Dictionary() = default;
     Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
+    // Takes entries whose keys are already in NFC form and in strictly increasing order (the
+    // engine's own dictionaries, such as a loop's "forloop"); anything else is a programming error
+    // (std::invalid_argument).
+    static Dictionary fromOrderedEntries(Entries entries);
 
     // The value under the key, or null. The pointer stays valid until the dictionary changes.
     const Value* find(std::string_view key) const;
