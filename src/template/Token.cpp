@@ -247,7 +247,9 @@ const Value* Value::Dictionary::find(std::string_view key) const {
 void Value::Dictionary::set(std::string_view key, Value value) { setCanonical(unicode::canonicalForm(key), std::move(value)); }
 
 void Value::Dictionary::setCanonical(std::string key, Value value) {
-    // Keys set in order go to the end without a search.
+    // Keys set in order go to the end without a search. Room for a few entries from the start:
+    // a loop's variables and most contexts hold two to four.
+    if (entries_.capacity() == 0) entries_.reserve(4);
     if (entries_.empty() || entries_.back().first < key) {
         entries_.emplace_back(std::move(key), std::move(value));
         return;
