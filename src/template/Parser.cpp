@@ -121,6 +121,7 @@ void Parser::registerTag(const TagClass& tagClass) {
     auto tags = std::make_shared<TagRegistry>(*tags_);
     (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
     tags_ = std::move(tags);
+    tagLookups_.clear();
 }
 
 namespace {
@@ -307,7 +308,7 @@ void Parser::walk() {
 }
 
 void Parser::processTag(std::size_t& index) {
-    std::unique_ptr<Tag> tag = compileTag(tokens_[index].value);
+    std::unique_ptr<Tag> tag = compileTag(index);
     if (!tag) return;
     std::optional<std::size_t> resumeAt;
     while (current_->tag_ && tag->terminates(*current_->tag_)) {
@@ -360,23 +361,33 @@ void Parser::collapsePass(Scope& loopScope) {
     scopes_.resize(loopScope.passScopes_);
 }
 
-std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
+std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
+    std::string_view text = tokens_[tokenIndex].value;
     chargeWork(text.size());
-    std::string_view statement = unicode::trimWhitespaceAndNewlines(text);
+    // Only tags inside a loop are visited again; the others are looked up once without keeping it.
+    bool inLoop = current_->enclosingLoop_ || (current_->tag_ && current_->tag_->iterationTag());
+    if (inLoop && tagLookups_.empty()) tagLookups_.resize(tokens_.size());
+    TagLookup local;
+    TagLookup& lookup = inLoop ? tagLookups_[tokenIndex] : local;
+    if (!lookup.done) {
+        lookup.done = true;
+        lookup.statement = unicode::trimWhitespaceAndNewlines(text);
+        lookup.keyword = lookup.statement.substr(0, unicode::findWhitespaceOrNewline(lookup.statement));
+        if (auto found = tags_->find(lookup.keyword); found != tags_->end()) lookup.classes = &found->second;
+    }
+    std::string_view statement = lookup.statement, keyword = lookup.keyword;
     if (statement.empty()) {
         report("Malformed tag: “" + std::string(text) + "”");
         return nullptr;
     }
-    std::string_view keyword = statement.substr(0, unicode::findWhitespaceOrNewline(statement));
-    auto classes = tags_->find(keyword);
+    const std::vector<TagClass>* classes = lookup.classes;
     // A block that skips tags (a comment) ignores them, and unknown keywords, without a word.
     if (const Tag* scopeTag = current_->tag_.get(); scopeTag && scopeTag->tagKindsToSkip) {
         const auto& skipped = *scopeTag->tagKindsToSkip;
-        if (classes == tags_->end() ||
-            std::find(skipped.begin(), skipped.end(), classes->second.front().kind) != skipped.end())
+        if (!classes || std::find(skipped.begin(), skipped.end(), classes->front().kind) != skipped.end())
             return nullptr;
     }
-    if (classes == tags_->end()) {
+    if (!classes) {
         report("Unknown tag keyword: “" + std::string(keyword) + "”");
         return nullptr;
     }
@@ -384,7 +395,7 @@ std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
     std::shared_ptr<Context> context = evaluation ? evaluation->shared_from_this() : context_;
     // The classes under a keyword are tried in order; the first that compiles is the tag.
     std::optional<Tag::Errors> firstError;
-    for (const auto& tagClass : classes->second) {
+    for (const auto& tagClass : *classes) {
         std::unique_ptr<Tag> tag = tagClass.make(context);
         auto error = tag->parse(statement, *this, *current_);
         if (!error) return tag;
