@@ -135,6 +135,7 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
                                           iterand->stringValue());
     }
     if (total > 0) iterand_ = *iterand;
+    iteree_ = unicode::canonicalForm(*compiledExpression.find("iteree")->asString());
     // A loop is known by its variable and its collection as written: "item-order.items".
     std::string key;
     if (remembersPosition()) {
@@ -203,9 +204,14 @@ std::shared_ptr<Context> TagFor::makePass() {
     entries.emplace_back("rindex", Value::integer(saturated(remaining)));
     entries.emplace_back("rindex0", Value::integer(saturated(remaining - 1)));
     auto forloop = Value::Dictionary::fromOrderedEntries(std::move(entries));
-    Value::Dictionary variables;
-    variables.set(*compiledExpression.find("iteree")->asString(), itemAt(pass));
-    variables.set("forloop", Value::dictionary(std::move(forloop)));
+    // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
+    constexpr std::string_view forloopName = "forloop";
+    Value::Dictionary::Entries variableEntries;
+    variableEntries.reserve(2);
+    if (iteree_ < forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
+    variableEntries.emplace_back(forloopName, Value::dictionary(std::move(forloop)));
+    if (iteree_ > forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
+    auto variables = Value::Dictionary::fromOrderedEntries(std::move(variableEntries));
     hasSupplementalContext_ = true;
     return context->makeSupplement(std::move(variables));
 }

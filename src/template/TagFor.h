@@ -71,6 +71,7 @@ private:
     bool stopped_ = false;
     bool hasSupplementalContext_ = false;
     std::string_view iterandText_;
+    std::string iteree_;  // the loop variable's name, canonical
     // "variable-collection" while the loop records its position, else empty.
     std::string positionKey_;
 };
