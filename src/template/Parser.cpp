@@ -248,7 +248,10 @@ std::vector<std::string> Parser::parse() {
 std::string Parser::parseJoined() {
     if (!walked_) walk();
     std::string out;
-    appendFlattened(*root_, out);
+    // Everything the walk added to any scope, so about the output's size or more: one walk over
+    // the tree instead of a second to measure it.
+    out.reserve(static_cast<std::size_t>(outputBytes_));
+    forEachOutput(*root_, [&](std::string_view text) { out += text; });
     return out;
 }
 
