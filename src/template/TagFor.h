@@ -41,7 +41,7 @@ public:
 
     // Whether another pass follows the current one.
     bool hasNextPass() const { return !stopped_ && iterated_ < count_; }
-    // "break": no pass follows the current one.
+    // "break": no pass follows the current one, and a later "offset: continue" starts behind it.
     void stop(Parser& parser);
     // The number of passes the loop makes when not stopped.
     std::uint64_t passCount() const { return count_; }
