@@ -126,6 +126,9 @@ void Parser::registerTag(const TagClass& tagClass) {
 
 namespace {
 
+// Names ordered by length first: most comparisons in the search are then between lengths.
+bool shorterOrBefore(std::string_view a, std::string_view b) { return a.size() != b.size() ? a.size() < b.size() : a < b; }
+
 // The built-in filters' positions in their list, by name, for a binary search.
 const std::vector<std::pair<std::string_view, std::size_t>>& builtinFilterIndex() {
     static const auto index = [] {
@@ -134,7 +137,7 @@ const std::vector<std::pair<std::string_view, std::size_t>>& builtinFilterIndex(
         out.reserve(filters.size());
         for (std::size_t i = 0; i < filters.size(); ++i) out.emplace_back(filters[i].identifier, i);
         // Stable: of two built-ins with one name the first stays first.
-        std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return shorterOrBefore(a.first, b.first); });
         return out;
     }();
     return index;
@@ -147,7 +150,7 @@ const Filter* Parser::findFilter(std::string_view identifier) const {
     // entry with a name wins: look there first, then through what was registered after them.
     const auto& index = builtinFilterIndex();
     auto found = std::lower_bound(index.begin(), index.end(), identifier,
-                                  [](const auto& entry, std::string_view name) { return entry.first < name; });
+                                  [](const auto& entry, std::string_view name) { return shorterOrBefore(entry.first, name); });
     if (found != index.end() && found->first == identifier) return &(*filters_)[found->second];
     for (std::size_t i = index.size(); i < filters_->size(); ++i)
         if ((*filters_)[i].identifier == identifier) return &(*filters_)[i];
