@@ -97,6 +97,8 @@ bool isUnreservedInURL(unsigned char c) {
 
 // `wanted` characters from the start of text, as bytes (a count beyond the text takes all of it).
 std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
+    // In ASCII without carriage returns (CR LF is one character) every byte is a character.
+    if (unicode::isASCII(text) && text.find('\r') == std::string_view::npos) return text.substr(0, std::min(wanted, text.size()));
     auto boundaries = text::characterBoundaries(text);
     return text.substr(0, boundaries[std::min(wanted, boundaries.size() - 1)]);
 }

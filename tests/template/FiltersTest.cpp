@@ -139,6 +139,8 @@ TEST(Filters, Strings) {
         {str("abcdefgh"), "truncate: 5", str("ab...")},
         {str("abcdefgh"), "truncate: 5, ''", str("abcde")},
         {str("abc"), "truncate: 5", str("abc")},
+        {str("a\r\nbcdef"), "truncate: 5", str("a\r\n...")},  // CR LF is one character
+        {str("e\u0301e\u0301e\u0301e\u0301e\u0301"), "truncate: 4", str("e\u0301...")},  // characters, not bytes
         {str("abcdef"), "truncate: 2, '.....'", str(".....")},  // the ellipsis alone is longer
         {integer(123456), "truncate: 4", str("1...")},         // the printed form of any input
         {str("abcdef"), "truncate: 'x'", nil},
