@@ -187,7 +187,8 @@ std::optional<Value> Context::resolveOperand(std::string_view text, bool variabl
             }
         }
     }
-    if (auto literal = quotedLiteral(operand)) return Value::string(std::string(*literal));
+    if (!operand.empty() && (operand[0] == '"' || operand[0] == '\''))
+        if (auto literal = quotedLiteral(operand)) return Value::string(std::string(*literal));
     if (auto integer = parseInteger(operand)) return Value::integer(*integer);
     if (!variableLookupForbidden) {
         // Key paths read this context's own variables only: inside a loop that is the loop's

@@ -97,6 +97,8 @@ bool isUnreservedInURL(unsigned char c) {
 
 // `wanted` characters from the start of text, as bytes (a count beyond the text takes all of it).
 std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
+    // In ASCII without carriage returns (CR LF is one character) every byte is a character.
+    if (unicode::isASCII(text) && text.find('\r') == std::string_view::npos) return text.substr(0, std::min(wanted, text.size()));
     auto boundaries = text::characterBoundaries(text);
     return text.substr(0, boundaries[std::min(wanted, boundaries.size() - 1)]);
 }
@@ -111,9 +113,9 @@ Value append(const Value& input, Filter::Arguments arguments) {
 
 Value capitalize(const Value& input, Filter::Arguments) {
     return mapText(input, [](std::string text) {
-        auto words = text::words(text);
-        if (words.empty()) return text;
-        std::string_view word = words.front();
+        auto first = text::firstWord(text);
+        if (!first) return text;
+        std::string_view word = *first;
         std::size_t start = static_cast<std::size_t>(word.data() - text.data());
         // Only the first word changes; the rest of the text is kept as it is.
         return text.substr(0, start) + text::capitalizedWord(word) + text.substr(start + word.size());

@@ -175,17 +175,50 @@ std::size_t characterCount(std::string_view text) {
     return characterBoundaries(text).size() - 1;
 }
 
-std::vector<std::string_view> words(std::string_view text) {
-    std::vector<std::string_view> out;
+namespace {
+
+// Calls onWord with each word in order until it returns false.
+template <class F>
+void forEachWord(std::string_view text, F&& onWord) {
     thread_local Segmenter wordIterator(UBRK_WORD);
-    if (!wordIterator.reset(text)) return out;
+    if (!wordIterator.reset(text)) return;
     UBreakIterator* iterator = wordIterator.get();
     for (int32_t start = ubrk_first(iterator), end; (end = ubrk_next(iterator)) != UBRK_DONE; start = end) {
         // Segments of spaces and punctuation carry the "none" status.
-        if (ubrk_getRuleStatus(iterator) >= UBRK_WORD_NONE_LIMIT)
-            out.push_back(text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start)));
+        if (ubrk_getRuleStatus(iterator) >= UBRK_WORD_NONE_LIMIT &&
+            !onWord(text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start))))
+            return;
     }
+}
+
+}  // namespace
+
+std::vector<std::string_view> words(std::string_view text) {
+    std::vector<std::string_view> out;
+    forEachWord(text, [&](std::string_view word) {
+        out.push_back(word);
+        return true;
+    });
     return out;
+}
+
+std::optional<std::string_view> firstWord(std::string_view text) {
+    // A text that starts with ASCII letters and digits ends its first word at the first character
+    // that can neither continue a word nor join two parts of one (". : ' , ;" and "_" can):
+    // no need to ask the word iterator.
+    std::size_t end = 0;
+    while (end < text.size() && isAsciiLetterOrDigit(text[end])) ++end;
+    if (end > 0) {
+        if (end == text.size()) return text;
+        auto next = static_cast<unsigned char>(text[end]);
+        if (next < 0x80 && !std::strchr("_.:',;", next)) return text.substr(0, end);
+    }
+    std::optional<std::string_view> first;
+    forEachWord(text, [&](std::string_view word) {
+        first = word;
+        return false;
+    });
+    return first;
 }
 
 std::string uppercased(std::string_view text) {

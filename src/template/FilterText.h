@@ -33,6 +33,8 @@ std::size_t characterCount(std::string_view text);
 // The words in order: the segments between word boundaries that hold letters, digits, kana or
 // ideographs (spaces and punctuation are not words, "don't" and "3.5" are one word each).
 std::vector<std::string_view> words(std::string_view text);
+// The first of them, if any.
+std::optional<std::string_view> firstWord(std::string_view text);
 
 // Full case mapping without language rules, whatever the locale: "ß" upper-cases to "SS", and
 // "i" to "I" in Turkish too.

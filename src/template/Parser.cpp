@@ -121,11 +121,39 @@ void Parser::registerTag(const TagClass& tagClass) {
     auto tags = std::make_shared<TagRegistry>(*tags_);
     (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
     tags_ = std::move(tags);
+    tagLookups_.clear();
 }
 
+namespace {
+
+// Names ordered by length first: most comparisons in the search are then between lengths.
+bool shorterOrBefore(std::string_view a, std::string_view b) { return a.size() != b.size() ? a.size() < b.size() : a < b; }
+
+// The built-in filters' positions in their list, by name, for a binary search.
+const std::vector<std::pair<std::string_view, std::size_t>>& builtinFilterIndex() {
+    static const auto index = [] {
+        const auto& filters = *builtinFilterList();
+        std::vector<std::pair<std::string_view, std::size_t>> out;
+        out.reserve(filters.size());
+        for (std::size_t i = 0; i < filters.size(); ++i) out.emplace_back(filters[i].identifier, i);
+        // Stable: of two built-ins with one name the first stays first.
+        std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return shorterOrBefore(a.first, b.first); });
+        return out;
+    }();
+    return index;
+}
+
+}  // namespace
+
 const Filter* Parser::findFilter(std::string_view identifier) const {
-    for (const auto& filter : *filters_)
-        if (filter.identifier == identifier) return &filter;
+    // Every list starts with the built-ins (registering copies them and appends), and the first
+    // entry with a name wins: look there first, then through what was registered after them.
+    const auto& index = builtinFilterIndex();
+    auto found = std::lower_bound(index.begin(), index.end(), identifier,
+                                  [](const auto& entry, std::string_view name) { return shorterOrBefore(entry.first, name); });
+    if (found != index.end() && found->first == identifier) return &(*filters_)[found->second];
+    for (std::size_t i = index.size(); i < filters_->size(); ++i)
+        if ((*filters_)[i].identifier == identifier) return &(*filters_)[i];
     return nullptr;
 }
 
@@ -133,6 +161,17 @@ const Operator* Parser::findOperator(std::string_view identifier) const {
     for (const auto& op : *operators_)
         if (op.identifier == identifier) return &op;
     return nullptr;
+}
+
+std::uint64_t Parser::loopPosition(std::string_view key) const {
+    auto found = loopPositions_.find(key);
+    return found == loopPositions_.end() ? 0 : found->second;
+}
+
+void Parser::setLoopPosition(std::string_view key, std::uint64_t position) {
+    auto found = loopPositions_.find(key);
+    if (found != loopPositions_.end()) found->second = position;
+    else loopPositions_.emplace(key, position);
 }
 
 void Parser::chargeWork(std::uint64_t bytes) {
@@ -212,7 +251,10 @@ std::vector<std::string> Parser::parse() {
 std::string Parser::parseJoined() {
     if (!walked_) walk();
     std::string out;
-    appendFlattened(*root_, out);
+    // Everything the walk added to any scope, so about the output's size or more: one walk over
+    // the tree instead of a second to measure it.
+    out.reserve(static_cast<std::size_t>(outputBytes_));
+    forEachOutput(*root_, [&](std::string_view text) { out += text; });
     return out;
 }
 
@@ -272,7 +314,7 @@ void Parser::walk() {
 }
 
 void Parser::processTag(std::size_t& index) {
-    std::unique_ptr<Tag> tag = compileTag(tokens_[index].value);
+    std::unique_ptr<Tag> tag = compileTag(index);
     if (!tag) return;
     std::optional<std::size_t> resumeAt;
     while (current_->tag_ && tag->terminates(*current_->tag_)) {
@@ -325,23 +367,33 @@ void Parser::collapsePass(Scope& loopScope) {
     scopes_.resize(loopScope.passScopes_);
 }
 
-std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
+std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
+    std::string_view text = tokens_[tokenIndex].value;
     chargeWork(text.size());
-    std::string_view statement = unicode::trimWhitespaceAndNewlines(text);
+    // Only tags inside a loop are visited again; the others are looked up once without keeping it.
+    bool inLoop = current_->enclosingLoop_ || (current_->tag_ && current_->tag_->iterationTag());
+    if (inLoop && tagLookups_.empty()) tagLookups_.resize(tokens_.size());
+    TagLookup local;
+    TagLookup& lookup = inLoop ? tagLookups_[tokenIndex] : local;
+    if (!lookup.done) {
+        lookup.done = true;
+        lookup.statement = unicode::trimWhitespaceAndNewlines(text);
+        lookup.keyword = lookup.statement.substr(0, unicode::findWhitespaceOrNewline(lookup.statement));
+        if (auto found = tags_->find(lookup.keyword); found != tags_->end()) lookup.classes = &found->second;
+    }
+    std::string_view statement = lookup.statement, keyword = lookup.keyword;
     if (statement.empty()) {
         report("Malformed tag: “" + std::string(text) + "”");
         return nullptr;
     }
-    std::string_view keyword = statement.substr(0, unicode::findWhitespaceOrNewline(statement));
-    auto classes = tags_->find(keyword);
+    const std::vector<TagClass>* classes = lookup.classes;
     // A block that skips tags (a comment) ignores them, and unknown keywords, without a word.
     if (const Tag* scopeTag = current_->tag_.get(); scopeTag && scopeTag->tagKindsToSkip) {
         const auto& skipped = *scopeTag->tagKindsToSkip;
-        if (classes == tags_->end() ||
-            std::find(skipped.begin(), skipped.end(), classes->second.front().kind) != skipped.end())
+        if (!classes || std::find(skipped.begin(), skipped.end(), classes->front().kind) != skipped.end())
             return nullptr;
     }
-    if (classes == tags_->end()) {
+    if (!classes) {
         report("Unknown tag keyword: “" + std::string(keyword) + "”");
         return nullptr;
     }
@@ -349,7 +401,7 @@ std::unique_ptr<Tag> Parser::compileTag(std::string_view text) {
     std::shared_ptr<Context> context = evaluation ? evaluation->shared_from_this() : context_;
     // The classes under a keyword are tried in order; the first that compiles is the tag.
     std::optional<Tag::Errors> firstError;
-    for (const auto& tagClass : classes->second) {
+    for (const auto& tagClass : *classes) {
         std::unique_ptr<Tag> tag = tagClass.make(context);
         auto error = tag->parse(statement, *this, *current_);
         if (!error) return tag;

@@ -134,6 +134,11 @@ public:
     static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize);
     static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
+    // Where the rendering's last loop with that "variable-collection" key stopped (the index of
+    // the next element), for "offset: continue"; 0 before any such loop.
+    std::uint64_t loopPosition(std::string_view key) const;
+    void setLoopPosition(std::string_view key, std::uint64_t position);
+
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
     Scope& currentScope() { return *current_; }
@@ -148,7 +153,7 @@ private:
     void walk();
     Token::Value evaluateFilterChain(std::string_view statement, Context* context);
     void processTag(std::size_t& index);
-    std::unique_ptr<Tag> compileTag(std::string_view text);
+    std::unique_ptr<Tag> compileTag(std::size_t tokenIndex);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
     // Joins the output of a loop's finished pass into one string and frees the pass's scopes.
     void collapsePass(Scope& loopScope);
@@ -165,6 +170,15 @@ private:
     std::unique_ptr<Scope> root_;
     std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
     Scope* current_ = nullptr;
+    std::map<std::string, std::uint64_t, std::less<>> loopPositions_;
+    // What compileTag found for a tag token, kept for the loop passes that visit it again.
+    struct TagLookup {
+        bool done = false;
+        std::string_view statement;
+        std::string_view keyword;
+        const std::vector<TagClass>* classes = nullptr;  // null for an unknown keyword
+    };
+    std::vector<TagLookup> tagLookups_;
     std::uint64_t tokenVisits_ = 0;
     std::uint64_t workBytes_ = 0;
     std::uint64_t outputBytes_ = 0;

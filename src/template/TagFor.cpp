@@ -21,6 +21,8 @@ constexpr std::string_view forParameters[] = {"limit", "offset", "reversed"};
 constexpr int endForTerminates[] = {static_cast<int>(TagKind::For), static_cast<int>(TagKind::Else)};
 
 constexpr std::string_view reversedWord = "reversed";
+constexpr std::string_view offsetName = "offset";
+constexpr std::string_view continueWord = "continue";
 
 // Calls onWord(word) for each white-space-separated word of `text` until it returns false.
 template <class F>
@@ -81,6 +83,7 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
 
     std::string_view pending;  // a parameter name whose value is the next word ("limit: 2")
     std::optional<Errors> error;
+    bool continues = false;  // "offset: continue"
     std::string_view parameterText = body.substr(parametersStart);
     forEachWord(parameterText, [&](std::string_view word) {
         std::string_view name = pending, value = word;
@@ -106,6 +109,10 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
             }
         }
         pending = {};
+        if (name == offsetName && value == continueWord && remembersPosition()) {
+            continues = true;
+            return true;
+        }
         // A value that is no integer (a missing variable, say) leaves the parameter unset.
         if (auto resolved = context->resolveOperand(value))
             if (auto number = resolved->integerValue()) compiledExpression.set(name, Value::integer(*number));
@@ -128,10 +135,36 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
                                           iterand->stringValue());
     }
     if (total > 0) iterand_ = *iterand;
-    start_ = std::min(total, clampedCount(parameter("offset")));
+    iteree_ = unicode::canonicalForm(*compiledExpression.find("iteree")->asString());
+    // A loop is known by its variable and its collection as written: "item-order.items".
+    std::string key;
+    if (remembersPosition()) {
+        key = *compiledExpression.find("iteree")->asString();
+        key += '-';
+        key += unicode::trimWhitespaceAndNewlines(iterandText_);
+    }
+    std::uint64_t offset = continues ? parser.loopPosition(key) : clampedCount(parameter(offsetName));
+    start_ = std::min(total, offset);
     count_ = total - start_;
     if (auto limit = parameter("limit")) count_ = std::min(count_, clampedCount(limit));
+    // Only a loop that runs moves the position; one in a block that shows nothing leaves it.
+    if (remembersPosition() && currentScope.outputState() == OutputState::enabled) {
+        positionKey_ = std::move(key);
+        parser.setLoopPosition(positionKey_, start_ + count_);
+    }
     return std::nullopt;
+}
+
+Value TagFor::evaluateVariable(std::string_view key, std::string_view text, Parser& parser) {
+    if (key == "iterand") iterandText_ = text;
+    return Tag::evaluateVariable(key, text, parser);
+}
+
+void TagFor::stop(Parser& parser) {
+    stopped_ = true;
+    // A loop left by break resumes after the pass that broke it. Reversed, it walked its slice
+    // from the end, so the slice counts as used up, as a loop that was not broken.
+    if (!positionKey_.empty() && !reversed_) parser.setLoopPosition(positionKey_, start_ + iterated_);
 }
 
 std::optional<std::int64_t> TagFor::parameter(std::string_view name) const {
@@ -160,23 +193,30 @@ Value TagFor::itemAt(std::uint64_t pass) const {
 std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t pass = iterated_++;
     std::uint64_t remaining = count_ - pass;  // this pass included
-    Value::Dictionary forloop{
-        {"first", Value::boolean(pass == 0)},
-        {"index", Value::integer(saturated(pass + 1))},
-        {"index0", Value::integer(saturated(pass))},
-        {"last", Value::boolean(remaining == 1)},
-        {"length", Value::integer(saturated(count_))},
-        {"rindex", Value::integer(saturated(remaining))},
-        {"rindex0", Value::integer(saturated(remaining - 1))},
-    };
-    Value::Dictionary variables;
-    variables.set(*compiledExpression.find("iteree")->asString(), itemAt(pass));
-    variables.set("forloop", Value::dictionary(std::move(forloop)));
+    // In key order, as fromOrderedEntries wants them.
+    Value::Dictionary::Entries entries;
+    entries.reserve(7);
+    entries.emplace_back("first", Value::boolean(pass == 0));
+    entries.emplace_back("index", Value::integer(saturated(pass + 1)));
+    entries.emplace_back("index0", Value::integer(saturated(pass)));
+    entries.emplace_back("last", Value::boolean(remaining == 1));
+    entries.emplace_back("length", Value::integer(saturated(count_)));
+    entries.emplace_back("rindex", Value::integer(saturated(remaining)));
+    entries.emplace_back("rindex0", Value::integer(saturated(remaining - 1)));
+    auto forloop = Value::Dictionary::fromOrderedEntries(std::move(entries));
+    // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
+    constexpr std::string_view forloopName = "forloop";
+    Value::Dictionary::Entries variableEntries;
+    variableEntries.reserve(2);
+    if (iteree_ < forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
+    variableEntries.emplace_back(forloopName, Value::dictionary(std::move(forloop)));
+    if (iteree_ > forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
+    auto variables = Value::Dictionary::fromOrderedEntries(std::move(variableEntries));
     hasSupplementalContext_ = true;
     return context->makeSupplement(std::move(variables));
 }
 
-void TagFor::haltLoop(Parser::Scope& scope, bool stopLoop) {
+void TagFor::haltLoop(Parser::Scope& scope, Parser& parser, bool stopLoop) {
     if (scope.outputState() != OutputState::enabled) return;
     Parser::Scope* loopScope = scope.tag() && scope.tag()->iterationTag() ? &scope : scope.enclosingLoopScope();
     // Outside a loop break and continue do nothing.
@@ -184,7 +224,7 @@ void TagFor::haltLoop(Parser::Scope& scope, bool stopLoop) {
     loopScope->setOutputState(OutputState::halted);
     if (!stopLoop) return;
     loopScope->haltedOutput = true;
-    if (auto* loop = dynamic_cast<TagFor*>(loopScope->tag())) loop->stop();
+    if (auto* loop = dynamic_cast<TagFor*>(loopScope->tag())) loop->stop(parser);
 }
 
 std::span<const int> TagEndFor::terminatesScopesWithTags() const { return endForTerminates; }

@@ -3,8 +3,11 @@
 // a range, with the element under the "iteree" name and a "forloop" dictionary (first, index,
 // index0, last, length, rindex, rindex0). Optional parameters after the list: "limit: n",
 // "offset: n" and "reversed". An "else" inside shows only when the loop makes no pass.
+// "offset: continue" starts where the rendering's previous loop with the same variable over the
+// same collection text stopped (see Parser::loopPosition), or at 0 without one.
 
 #include <cstdint>
+#include <string>
 
 #include "template/Tag.h"
 
@@ -38,16 +41,20 @@ public:
 
     // Whether another pass follows the current one.
     bool hasNextPass() const { return !stopped_ && iterated_ < count_; }
-    // "break": no pass follows the current one.
-    void stop() { stopped_ = true; }
+    // "break": no pass follows the current one, and a later "offset: continue" starts behind it.
+    void stop(Parser& parser);
     // The number of passes the loop makes when not stopped.
     std::uint64_t passCount() const { return count_; }
 
     // What break and continue do: when `scope` shows output and lies in a loop, the rest of the
     // loop's current pass shows nothing, and with stopLoop no pass follows. Otherwise nothing.
-    static void haltLoop(Parser::Scope& scope, bool stopLoop);
+    static void haltLoop(Parser::Scope& scope, Parser& parser, bool stopLoop);
 
 protected:
+    // Whether the loop takes "offset: continue" and records where it stops for later loops.
+    virtual bool remembersPosition() const { return true; }
+    // Keeps the iterand's text: with the loop variable it names the loop's position.
+    Token::Value evaluateVariable(std::string_view key, std::string_view text, Parser& parser) override;
     // The value of a parameter ("limit", "offset", "cols") when given as an integer.
     std::optional<std::int64_t> parameter(std::string_view name) const;
 
@@ -63,6 +70,10 @@ private:
     std::uint64_t iterated_ = 0;
     bool stopped_ = false;
     bool hasSupplementalContext_ = false;
+    std::string_view iterandText_;
+    std::string iteree_;  // the loop variable's name, canonical
+    // "variable-collection" while the loop records its position, else empty.
+    std::string positionKey_;
 };
 
 // "break" and "continue": compile like any tag, then halt the innermost loop's pass (see
@@ -74,7 +85,7 @@ public:
 
     std::optional<Tag::Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) override {
         if (auto error = Tag::parse(statement, parser, currentScope)) return error;
-        TagFor::haltLoop(currentScope, stopsLoop);
+        TagFor::haltLoop(currentScope, parser, stopsLoop);
         return std::nullopt;
     }
 };

@@ -22,6 +22,11 @@ public:
     // the next pass's cell when one follows. Called at the end of each pass that shows.
     void endPass(Parser::Scope& scope);
 
+protected:
+    // Liquid's tables know no "offset: continue": here "continue" reads as any other operand, and
+    // a table leaves the positions of "for" loops alone.
+    bool remembersPosition() const override { return false; }
+
 private:
     void openCell(Parser::Scope& scope, std::uint64_t pass);
     std::uint64_t columns() const;

@@ -1,5 +1,6 @@
 #include "template/Token.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "template/Unicode.h"
@@ -213,21 +214,55 @@ std::uint64_t Value::hashValue() const {
 }
 
 Value::Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) {
+    entries_.reserve(entries.size());
     for (const auto& [key, value] : entries) set(key, value);
 }
 
-const Value* Value::Dictionary::find(std::string_view key) const {
-    auto found = unicode::isASCII(key) ? entries_.find(key) : entries_.find(unicode::canonicalForm(key));
-    return found == entries_.end() ? nullptr : &found->second;
+Value::Dictionary Value::Dictionary::fromOrderedEntries(Entries entries) {
+    for (std::size_t i = 1; i < entries.size(); ++i)
+        if (!(entries[i - 1].first < entries[i].first)) throw std::invalid_argument("dictionary entries out of order");
+    Dictionary out;
+    out.entries_ = std::move(entries);
+    return out;
 }
 
-void Value::Dictionary::set(std::string_view key, Value value) {
-    entries_.insert_or_assign(unicode::canonicalForm(key), std::move(value));
+Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::string_view key) const {
+    return std::lower_bound(entries_.begin(), entries_.end(), key,
+                            [](const Entry& entry, std::string_view wanted) { return std::string_view(entry.first) < wanted; });
+}
+
+const Value* Value::Dictionary::find(std::string_view key) const {
+    std::string canonical;
+    if (!unicode::isASCII(key)) key = canonical = unicode::canonicalForm(key);
+    // Most dictionaries hold a handful of entries: comparing lengths first beats a search.
+    if (entries_.size() <= 8) {
+        for (const auto& [name, value] : entries_)
+            if (name.size() == key.size() && std::string_view(name) == key) return &value;
+        return nullptr;
+    }
+    auto found = lowerBound(key);
+    return found != entries_.end() && found->first == key ? &found->second : nullptr;
+}
+
+void Value::Dictionary::set(std::string_view key, Value value) { setCanonical(unicode::canonicalForm(key), std::move(value)); }
+
+void Value::Dictionary::setCanonical(std::string key, Value value) {
+    // Keys set in order go to the end without a search. Room for a few entries from the start:
+    // a loop's variables and most contexts hold two to four.
+    if (entries_.capacity() == 0) entries_.reserve(4);
+    if (entries_.empty() || entries_.back().first < key) {
+        entries_.emplace_back(std::move(key), std::move(value));
+        return;
+    }
+    auto at = entries_.begin() + (lowerBound(key) - entries_.cbegin());
+    if (at->first == key) at->second = std::move(value);
+    else entries_.emplace(at, std::move(key), std::move(value));
 }
 
 bool Value::Dictionary::erase(std::string_view key) {
-    auto found = entries_.find(unicode::canonicalForm(key));
-    if (found == entries_.end()) return false;
+    std::string canonical = unicode::canonicalForm(key);
+    auto found = lowerBound(canonical);
+    if (found == entries_.end() || found->first != canonical) return false;
     entries_.erase(found);
     return true;
 }

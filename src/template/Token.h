@@ -114,13 +114,20 @@ private:
 };
 
 // A map from string keys to values. Keys are compared by canonical equivalence, like the
-// platform's strings: they are stored in NFC form and looked up through it.
+// platform's strings: they are stored in NFC form and looked up through it. The entries are kept
+// in key order in one array: template dictionaries hold a handful of entries, mostly set in key
+// order (host maps, loop variables), and are read far more often than built.
 class Token::Value::Dictionary {
 public:
-    using Map = std::map<std::string, Value, std::less<>>;
+    using Entry = std::pair<std::string, Value>;
+    using Entries = std::vector<Entry>;
 
     Dictionary() = default;
     Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
+    // Takes entries whose keys are already in NFC form and in strictly increasing order (the
+    // engine's own dictionaries, such as a loop's "forloop"); anything else is a programming error
+    // (std::invalid_argument).
+    static Dictionary fromOrderedEntries(Entries entries);
 
     // The value under the key, or null. The pointer stays valid until the dictionary changes.
     const Value* find(std::string_view key) const;
@@ -130,13 +137,17 @@ public:
 
     std::size_t size() const { return entries_.size(); }
     bool empty() const { return entries_.empty(); }
-    Map::const_iterator begin() const { return entries_.begin(); }
-    Map::const_iterator end() const { return entries_.end(); }
+    Entries::const_iterator begin() const { return entries_.begin(); }
+    Entries::const_iterator end() const { return entries_.end(); }
 
     friend bool operator==(const Dictionary& a, const Dictionary& b) { return a.entries_ == b.entries_; }
 
 private:
-    Map entries_;
+    // The first entry whose key is not below `key` (canonical).
+    Entries::const_iterator lowerBound(std::string_view key) const;
+    void setCanonical(std::string key, Value value);
+
+    Entries entries_;
 };
 
 // Host types that know their template value.

@@ -123,16 +123,57 @@ bool isWhitespaceOrNewline(char32_t c) {
     return type == U_SPACE_SEPARATOR || type == U_LINE_SEPARATOR || type == U_PARAGRAPH_SEPARATOR;
 }
 
+namespace {
+
+bool isASCIIWhitespace(unsigned char byte) { return byte == ' ' || (byte >= 0x09 && byte <= 0x0D); }
+
+// Whether the character at `position` is white space, and its length; ASCII without decoding.
+bool whitespaceAt(std::string_view text, std::size_t position, std::size_t& length) {
+    auto byte = static_cast<unsigned char>(text[position]);
+    if (byte < 0x80) {
+        length = 1;
+        return isASCIIWhitespace(byte);
+    }
+    return isWhitespaceOrNewline(decode(text, position, length));
+}
+
+// The same for the character that ends just before `position`.
+bool whitespaceBefore(std::string_view text, std::size_t position, std::size_t& length) {
+    auto byte = static_cast<unsigned char>(text[position - 1]);
+    if (byte < 0x80) {
+        length = 1;
+        return isASCIIWhitespace(byte);
+    }
+    return isWhitespaceOrNewline(decodeBefore(text, position, length));
+}
+
+}  // namespace
+
 std::size_t findWhitespaceOrNewline(std::string_view text) {
     std::size_t position = 0, length;
-    while (position < text.size() && !isWhitespaceOrNewline(decode(text, position, length))) position += length;
+    while (position < text.size()) {
+        auto byte = static_cast<unsigned char>(text[position]);
+        if (byte < 0x80) {
+            if (isASCIIWhitespace(byte)) break;
+            ++position;
+        } else if (whitespaceAt(text, position, length)) {
+            break;
+        } else {
+            position += length;
+        }
+    }
     return position;
 }
 
 std::string_view trimWhitespaceAndNewlines(std::string_view text) {
     std::size_t start = 0, end = text.size(), length;
-    while (start < end && isWhitespaceOrNewline(decode(text, start, length))) start += length;
-    while (end > start && isWhitespaceOrNewline(decodeBefore(text, end, length))) end -= length;
+    // Statements and operands rarely have white space at either end: one look at each end.
+    if (start < end && !isASCIIWhitespace(static_cast<unsigned char>(text[start])) &&
+        static_cast<unsigned char>(text[start]) < 0x80 && !isASCIIWhitespace(static_cast<unsigned char>(text[end - 1])) &&
+        static_cast<unsigned char>(text[end - 1]) < 0x80)
+        return text;
+    while (start < end && whitespaceAt(text, start, length)) start += length;
+    while (end > start && whitespaceBefore(text, end, length)) end -= length;
     return text.substr(start, end - start);
 }
 

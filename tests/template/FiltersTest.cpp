@@ -103,6 +103,15 @@ TEST(Filters, Strings) {
         {str("hELLO wORLD"), "capitalize", str("Hello wORLD")},
         {str("  ... élan vital"), "capitalize", str("  ... Élan vital")},
         {str("3rd place"), "capitalize", str("3rd place")},
+        // Where the first word ends: at a blank or a hyphen, not at a joining "." "'" "_" or ",".
+        {str("ann"), "capitalize", str("Ann")},
+        {str("ann-marie LEE"), "capitalize", str("Ann-marie LEE")},
+        {str("o'NEIL x"), "capitalize", str("O'neil x")},
+        {str("e.G. x"), "capitalize", str("E.G. x")},
+        {str("snake_CASE x"), "capitalize", str("Snake_case x")},
+        {str("1,5X x"), "capitalize", str("1,5x x")},
+        {str("aB,Cd"), "capitalize", str("Ab,Cd")},
+        {str("éCOLE x"), "capitalize", str("École x")},
         {str("ÀBC Straße"), "downcase", str("àbc straße")},
         {str("straße"), "upcase", str("STRASSE")},
         {str(" \t a b \n"), "lstrip", str("a b \n")},
@@ -130,6 +139,8 @@ TEST(Filters, Strings) {
         {str("abcdefgh"), "truncate: 5", str("ab...")},
         {str("abcdefgh"), "truncate: 5, ''", str("abcde")},
         {str("abc"), "truncate: 5", str("abc")},
+        {str("a\r\nbcdef"), "truncate: 5", str("a\r\n...")},  // CR LF is one character
+        {str("e\u0301e\u0301e\u0301e\u0301e\u0301"), "truncate: 4", str("e\u0301...")},  // characters, not bytes
         {str("abcdef"), "truncate: 2, '.....'", str(".....")},  // the ellipsis alone is longer
         {integer(123456), "truncate: 4", str("1...")},         // the printed form of any input
         {str("abcdef"), "truncate: 'x'", nil},

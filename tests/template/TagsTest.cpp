@@ -100,6 +100,8 @@ TEST(Tags, Loops) {
         {"{% for i in empty %}x{% else %}none{% endfor %}", "none"},
         {"{% for i in pair %}{{ i }}{% else %}none{% endfor %}", "ab"},
         {"{% for item in items %}{{ item.name }},{% endfor %}", "tea,cake,"},
+        {"{% for a in pair %}{{ a }}{{ forloop.index }}{% endfor %}", "a1b2"},  // named before "forloop"
+        {"{% for forloop in pair %}{{ forloop.index }}{% endfor %}", "12"},    // forloop hides it
         {"{% for i in pair %}{{ forloop.index }}{{ forloop.index0 }}{{ forloop.rindex }}{{ forloop.rindex0 }}"
          "{{ forloop.length }}{% if forloop.first %}F{% endif %}{% if forloop.last %}L{% endif %} {% endfor %}",
          "10212F 21102L "},
@@ -131,6 +133,52 @@ TEST(Tags, Loops) {
         {"{% if false %}{% for i in nothing %}x{% else %}y{% endfor %}{% endif %}.", "."},
     };
     expectRenders(cases);
+}
+
+TEST(Tags, OffsetContinueResumesWhereTheLastLoopStopped) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"{% for i in list limit:2 %}{{ i }}{% endfor %}|{% for i in list offset:continue %}{{ i }}{% endfor %}", "12|3"},
+        {"{% for i in list offset: continue %}{{ i }}{% endfor %}", "123"},  // no earlier loop
+        {"{% for i in list %}{{ i }}{% endfor %}|{% for i in list offset:continue %}{{ i }}{% else %}done{% endfor %}",
+         "123|done"},
+        {"{% for i in list limit:1 %}{% endfor %}{% for i in list offset:continue %}{{ forloop.index }}{{ forloop.index0 }}"
+         "{{ forloop.rindex }}{{ forloop.length }}{% if forloop.first %}F{% endif %}{% if forloop.last %}L{% endif %} {% endfor %}",
+         "1022F 2112L "},
+        {"{% for i in (1..5) limit:2 %}{{ i }}{% endfor %}|{% for i in (1..5) offset:continue limit:2 %}{{ i }}{% endfor %}|"
+         "{% for i in (1..5) offset:continue %}{{ i }}{% endfor %}",
+         "12|34|5"},
+        {"{% for i in list offset:1 limit:1 %}{{ i }}{% endfor %}|{% for i in list offset:continue %}{{ i }}{% endfor %}", "2|3"},
+        {"{% for i in list limit:1 %}{% endfor %}{% for i in list offset:0 %}{{ i }}{% endfor %}", "123"},
+        // After a break the next loop starts behind the pass that broke; continue is no break.
+        {"{% for i in list %}{{ i }}{% if i == 2 %}{% break %}{% endif %}{% endfor %}|{% for i in list offset:continue %}{{ i }}{% endfor %}",
+         "12|3"},
+        {"{% for i in (1..4) %}{% break %}{% endfor %}{% for i in (1..4) offset:continue %}{{ i }}{% endfor %}", "234"},
+        {"{% for i in list limit:2 %}{% continue %}{% endfor %}{% for i in list offset:continue %}{{ i }}{% endfor %}", "3"},
+        {"{% for i in list reversed limit:2 %}{{ i }}{% endfor %}|{% for i in list offset:continue reversed %}{{ i }}{% endfor %}",
+         "21|3"},
+        {"{% for i in list reversed %}{{ i }}{% break %}{% endfor %}|{% for i in list offset:continue %}{{ i }}{% else %}none{% endfor %}",
+         "3|none"},
+        // The position belongs to the variable and the collection as written.
+        {"{% for i in list limit:2 %}{% endfor %}{% for j in list offset:continue %}{{ j }}{% endfor %}", "123"},
+        {"{% for i in pair limit:1 %}{% endfor %}{% for i in list offset:continue %}{{ i }}{% endfor %}", "123"},
+        {"{% for i in (1..3) limit:1 %}{% endfor %}{% for i in (1..3)  offset:continue %}{{ i }}{% endfor %}", "23"},
+        {"{% assign l = list %}{% for i in l limit:2 %}{% endfor %}{% assign l = pair %}"
+         "{% for i in l offset:continue %}{{ i }}{% else %}none{% endfor %}",
+         "none"},
+        // A loop that does not run leaves the position; an inner loop resumes on each outer pass.
+        {"{% if false %}{% for i in list limit:2 %}{% endfor %}{% endif %}{% for i in list offset:continue %}{{ i }}{% endfor %}", "123"},
+        {"{% for o in pair %}{% for i in list limit:1 offset:continue %}{{ o }}{{ i }} {% endfor %}{% endfor %}", "a1 b2 "},
+        // Tables take no "continue" offset.
+        {"{% for i in list limit:2 %}{% endfor %}{% tablerow i in list offset:continue cols:3 %}{{ i }}{% endtablerow %}",
+         "<tr class=\"row1\">\n<td class=\"col1\">1</td><td class=\"col2\">2</td><td class=\"col3\">3</td></tr>\n"},
+    };
+    expectRenders(cases);
+
+    // Positions last for one rendering only, whatever the context.
+    auto context = sampleContext();
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(render("{% for i in list limit:1 %}{{ i }}{% endfor %}{% for i in list offset:continue %}{{ i }}{% endfor %}", context),
+                  "123");
 }
 
 TEST(Tags, CycleAndTablerow) {

@@ -198,6 +198,44 @@ TEST(Value, EqualityNeverCrossesCasesAndHashingFollowsIt) {
     EXPECT_EQ(set.size(), 3u);
 }
 
+TEST(Value, DictionariesKeepKeysInOrderAndFindThemCanonically) {
+    // Small and large dictionaries, filled out of order with replacements and removals.
+    for (int size : {3, 8, 9, 40}) {
+        SCOPED_TRACE(size);
+        Value::Dictionary dictionary;
+        std::vector<std::string> keys;
+        for (int i = 0; i < size; ++i) keys.push_back("k" + std::to_string((i * 7) % size));
+        for (const auto& key : keys) dictionary.set(key, str("old"));
+        for (const auto& key : keys) dictionary.set(key, str(key));
+        dictionary.set("é", integer(1));          // precomposed
+        dictionary.set("e\xCC\x81", integer(2));  // decomposed: the same key
+        EXPECT_TRUE(dictionary.erase("k0"));
+        EXPECT_FALSE(dictionary.erase("k0"));
+        EXPECT_EQ(dictionary.size(), static_cast<std::size_t>(size));
+        std::string previous;
+        for (const auto& [key, value] : dictionary) {
+            EXPECT_LT(previous, key);
+            previous = key;
+        }
+        for (const auto& key : keys) {
+            const Value* found = dictionary.find(key);
+            if (key == "k0") EXPECT_EQ(found, nullptr);
+            else ASSERT_NE(found, nullptr) << key;
+            if (found) EXPECT_EQ(*found, str(key));
+        }
+        ASSERT_NE(dictionary.find("é"), nullptr);
+        EXPECT_EQ(*dictionary.find("é"), integer(2));
+        EXPECT_EQ(dictionary.find("k"), nullptr);
+        EXPECT_EQ(dictionary.find("k00"), nullptr);
+    }
+
+    using Entries = Value::Dictionary::Entries;
+    auto ordered = Value::Dictionary::fromOrderedEntries(Entries{{"a", integer(1)}, {"b", integer(2)}});
+    EXPECT_EQ(Value::dictionary(ordered), Value::dictionary({{"b", integer(2)}, {"a", integer(1)}}));
+    EXPECT_THROW(Value::Dictionary::fromOrderedEntries(Entries{{"b", integer(1)}, {"a", integer(2)}}), std::invalid_argument);
+    EXPECT_THROW(Value::Dictionary::fromOrderedEntries(Entries{{"a", integer(1)}, {"a", integer(2)}}), std::invalid_argument);
+}
+
 struct Convertible : TokenValueConvertible {
     Value tokenValue() const override { return str("mine"); }
 };
