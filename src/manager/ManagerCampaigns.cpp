@@ -144,7 +144,7 @@ void Manager::detectTriggeredCampaigns() {
     managerLog().verbose("SyncDebug: Entering DG for detectTriggeredCampaigns()", DROVEL_SOURCE(kManagerFile, function));
     group->enter();
     userNotificationCenter_->getPendingNotificationRequests([weak = weak_from_this(), group, loaded = std::move(*loaded)](
-                                                                std::vector<platform::NotificationRequest> pending) {
+                                                                const std::vector<platform::NotificationRequest>& pending) {
         constexpr std::string_view function = "detectTriggeredCampaigns()";
         auto self = weak.lock();
         if (!self) {
