@@ -1,6 +1,8 @@
 // Campaign notifications: setting them up after a sync, and detecting at the next sync which of
 // them fired.
 
+#include <unordered_map>
+
 #include "Helpers/LocationManager.h"
 #include "Helpers/UserDefaultsKey.h"
 #include "data/NotifyInteractor.h"
@@ -88,10 +90,17 @@ void Manager::setUpCampaigns(Callback callback) {
             // The remembered store is written once, when the last add of this set-up has completed:
             // writing it after each of thousands of adds would cost time quadratic in their number.
             auto adds = std::make_shared<SetUpAdds>(weak, generation);
-            const auto& interactor = *self->interactor_;
+            auto& interactor = *self->interactor_;
+            // The whole trigger history in one read: a query per campaign costs a statement each.
+            std::unordered_map<std::int64_t, std::vector<NotifyTriggerEvent>> triggerEvents;
+            for (auto& event : interactor.fetchAllTriggerEvents())
+                triggerEvents[event.campaignID()].push_back(std::move(event));
             buildCampaignNotificationRequests(
                 interactor.campaigns(), interactor.sites(), interactor.notifications(),
-                [&](std::int64_t campaignID) { return self->interactor_->fetchTriggerEventsFor(campaignID); },
+                [&](std::int64_t campaignID) {
+                    auto found = triggerEvents.find(campaignID);
+                    return found == triggerEvents.end() ? std::vector<NotifyTriggerEvent>{} : std::move(found->second);
+                },
                 self->platform_.clock->now(), storedCustomTemplateContent(*self->platform_.userDefaults),
                 [&](platform::NotificationRequest request) {
                     ++adds->outstanding;
