@@ -178,6 +178,7 @@ void Manager::setIsNotifyEnabled(bool enabled) {
 std::vector<std::string> Manager::pendingIdentifiers(const std::vector<platform::NotificationRequest>& requests,
                                                      const std::function<bool(const platform::UserInfo&)>& keep) const {
     std::vector<std::string> identifiers;
+    identifiers.reserve(requests.size());
     for (const auto& request : requests)
         if (keep(request.content.userInfo)) identifiers.push_back(request.identifier);
     return identifiers;
