@@ -59,8 +59,8 @@ std::string requestIdentifier(std::string_view kind, std::int64_t campaignID,
 }
 
 // Title and body when the content has a notification (each only when present), the default sound,
-// and the user info keys: source, campaign, site, deep link, metadata (the dictionary keeps its keys
-// sorted). The texts are rendered in one fresh context in the order title, body, deep link, metadata.
+// and the user info keys in this order: source, campaign, site, deep link, metadata. The texts
+// are rendered in that order in one fresh context.
 platform::NotificationContent campaignContent(std::int64_t campaignID, std::optional<std::int64_t> siteID,
                                               const NotifyCampaignContent& content, CampaignTextRenderer& renderer) {
     using namespace campaignUserInfo;
@@ -71,24 +71,16 @@ platform::NotificationContent campaignContent(std::int64_t campaignID, std::opti
         if (notification->body()) result.body = rendering.render(*notification->body());
     }
     result.sound = platform::NotificationSound::defaultSound;
-    std::optional<std::string> deepLinkURL;
-    if (content.deepLinkURL()) deepLinkURL = rendering.render(*content.deepLinkURL());
-    std::optional<UserInfo> metadata;
-    if (content.metadata()) {
-        metadata.emplace();
-        // The metadata's keys come in their order: each is inserted at the end.
-        for (const auto& [key, value] : *content.metadata())
-            metadata->emplace_hint(metadata->end(), key, rendering.render(value));
-    }
-    // Inserted in the keys' order, each at the end, which spares the dictionary's comparisons.
-    static_assert(kCampaignIDKey < kDeepLinkURLKey && kDeepLinkURLKey < kMetadataKey && kMetadataKey < kSiteIDKey &&
-                  kSiteIDKey < kMessageSourceKey);
     UserInfo& userInfo = result.userInfo;
-    userInfo.emplace_hint(userInfo.end(), kCampaignIDKey, campaignID);
-    if (deepLinkURL) userInfo.emplace_hint(userInfo.end(), kDeepLinkURLKey, std::move(*deepLinkURL));
-    if (metadata) userInfo.emplace_hint(userInfo.end(), kMetadataKey, std::move(*metadata));
-    if (siteID) userInfo.emplace_hint(userInfo.end(), kSiteIDKey, *siteID);
-    userInfo.emplace_hint(userInfo.end(), kMessageSourceKey, kMessageSource);
+    userInfo.emplace(kMessageSourceKey, kMessageSource);
+    userInfo.emplace(kCampaignIDKey, campaignID);
+    if (siteID) userInfo.emplace(kSiteIDKey, *siteID);
+    if (content.deepLinkURL()) userInfo.emplace(kDeepLinkURLKey, rendering.render(*content.deepLinkURL()));
+    if (content.metadata()) {
+        UserInfo metadata;
+        for (const auto& [key, value] : *content.metadata()) metadata.emplace(key, rendering.render(value));
+        userInfo.emplace(kMetadataKey, std::move(metadata));
+    }
     return result;
 }
 
