@@ -1,6 +1,9 @@
 #include "manager/CampaignRequestBuilder.h"
 
 #include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <limits>
 #include <chrono>
 #include <cstring>
 #include <unordered_map>
@@ -39,14 +42,19 @@ Token::Value::Dictionary freshVariablesOf(const CustomTemplateContent& customTem
 
 std::string requestIdentifier(std::string_view kind, std::int64_t campaignID,
                               std::optional<std::int64_t> siteID = std::nullopt) {
-    std::string identifier = "drovel.notify.v2 ";
-    identifier += kind;
-    identifier += ' ';
-    identifier += std::to_string(campaignID);
+    // Written into one buffer of the final size: a set-up makes one identifier per request.
+    constexpr std::string_view prefix = "drovel.notify.v2 ";
+    char buffer[2 * std::numeric_limits<std::int64_t>::digits10 + 6];
+    char* end = buffer;
+    *end++ = ' ';
+    end = std::to_chars(end, std::end(buffer), campaignID).ptr;
     if (siteID) {
-        identifier += ' ';
-        identifier += std::to_string(*siteID);
+        *end++ = ' ';
+        end = std::to_chars(end, std::end(buffer), *siteID).ptr;
     }
+    std::string identifier;
+    identifier.reserve(prefix.size() + kind.size() + static_cast<std::size_t>(end - buffer));
+    identifier.append(prefix).append(kind).append(buffer, end);
     return identifier;
 }
 

@@ -178,6 +178,7 @@ void Manager::setIsNotifyEnabled(bool enabled) {
 std::vector<std::string> Manager::pendingIdentifiers(const std::vector<platform::NotificationRequest>& requests,
                                                      const std::function<bool(const platform::UserInfo&)>& keep) const {
     std::vector<std::string> identifiers;
+    identifiers.reserve(requests.size());
     for (const auto& request : requests)
         if (keep(request.content.userInfo)) identifiers.push_back(request.identifier);
     return identifiers;
@@ -186,7 +187,7 @@ std::vector<std::string> Manager::pendingIdentifiers(const std::vector<platform:
 void Manager::removePendingV2Notifications(std::function<void()> done) {
     // The platform's removal reports no error, so there is nothing to log here.
     userNotificationCenter_->getPendingNotificationRequests(
-        [weak = weak_from_this(), done = std::move(done)](std::vector<platform::NotificationRequest> requests) {
+        [weak = weak_from_this(), done = std::move(done)](const std::vector<platform::NotificationRequest>& requests) {
             if (auto self = weak.lock()) {
                 auto identifiers = self->pendingIdentifiers(requests, [](const platform::UserInfo& userInfo) {
                     auto source = platform::userInfoGet<std::string>(userInfo, kMessageSourceKey);
@@ -261,7 +262,7 @@ void Manager::setLogWriteEnabled(bool logWriteEnabled) { managerLog().setWriteEn
 
 void Manager::clear(Callback callback) {
     userNotificationCenter_->getPendingNotificationRequests(
-        [weak = weak_from_this(), callback = std::move(callback)](std::vector<platform::NotificationRequest> requests) {
+        [weak = weak_from_this(), callback = std::move(callback)](const std::vector<platform::NotificationRequest>& requests) {
             if (auto self = weak.lock()) {
                 self->userNotificationCenter_->removePendingNotificationRequests(
                     self->pendingIdentifiers(requests, &Manager::isDrovelNotifyUserInfo));

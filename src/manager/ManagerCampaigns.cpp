@@ -1,6 +1,8 @@
 // Campaign notifications: setting them up after a sync, and detecting at the next sync which of
 // them fired.
 
+#include <unordered_map>
+
 #include "Helpers/LocationManager.h"
 #include "Helpers/UserDefaultsKey.h"
 #include "data/NotifyInteractor.h"
@@ -27,6 +29,15 @@ LoadedCampaigns withoutFired(LoadedCampaigns loaded, const LoadedCampaigns& fire
     }
     return loaded;
 }
+
+// The adds of one set-up: how many have not completed yet, plus one until every add was issued.
+struct SetUpAdds {
+    SetUpAdds(std::weak_ptr<Manager> manager, std::uint64_t generation)
+        : manager(std::move(manager)), generation(generation) {}
+    const std::weak_ptr<Manager> manager;
+    const std::uint64_t generation;
+    std::atomic<std::size_t> outstanding{1};
+};
 
 }  // namespace
 
@@ -78,54 +89,60 @@ void Manager::setUpCampaigns(Callback callback) {
             if (!self) return;
             // The remembered store is written once, when the last add of this set-up has completed:
             // writing it after each of thousands of adds would cost time quadratic in their number.
-            // `outstanding` counts the adds not yet completed, plus one until every add was issued.
-            auto outstanding = std::make_shared<std::atomic<std::size_t>>(1);
-            auto completed = [weak, generation] {
-                auto self = weak.lock();
-                if (!self) return;
-                LoadedCampaigns loaded;
-                {
-                    std::lock_guard lock(self->mutex_);
-                    if (self->setUpGeneration_ != generation) return;
-                    loaded = self->loadedCampaigns_;
-                }
-                setLoadedCampaigns(*self->platform_.userDefaults, loaded);
-            };
-            const auto& interactor = *self->interactor_;
+            auto adds = std::make_shared<SetUpAdds>(weak, generation);
+            auto& interactor = *self->interactor_;
+            // The whole trigger history in one read: a query per campaign costs a statement each.
+            std::unordered_map<std::int64_t, std::vector<NotifyTriggerEvent>> triggerEvents;
+            for (auto& event : interactor.fetchAllTriggerEvents())
+                triggerEvents[event.campaignID()].push_back(std::move(event));
             buildCampaignNotificationRequests(
                 interactor.campaigns(), interactor.sites(), interactor.notifications(),
-                [&](std::int64_t campaignID) { return self->interactor_->fetchTriggerEventsFor(campaignID); },
+                [&](std::int64_t campaignID) {
+                    auto found = triggerEvents.find(campaignID);
+                    return found == triggerEvents.end() ? std::vector<NotifyTriggerEvent>{} : std::move(found->second);
+                },
                 self->platform_.clock->now(), storedCustomTemplateContent(*self->platform_.userDefaults),
                 [&](platform::NotificationRequest request) {
-                    ++*outstanding;
-                    // The completion keeps a copy: the centre owns the request it was given.
-                    auto copy = std::make_shared<platform::NotificationRequest>(request);
-                    self->userNotificationCenter_->add(
-                        std::move(request), [weak, copy, generation, outstanding, completed](core::ErrorPtr error) {
-                            if (auto self = weak.lock()) self->addNotification(*copy, error, generation);
-                            if (--*outstanding == 0) completed();
-                        });
+                    ++adds->outstanding;
+                    // The completion keeps only what it records: the centre owns the request.
+                    auto completion = [adds, identifier = request.identifier,
+                                       key = campaignRequestKey(request.content.userInfo)](core::ErrorPtr error) {
+                        auto self = adds->manager.lock();
+                        if (self) self->addNotification(identifier, key, error, adds->generation);
+                        if (--adds->outstanding == 0 && self) self->storeLoadedCampaigns(adds->generation);
+                    };
+                    self->userNotificationCenter_->add(std::move(request), std::move(completion));
                 });
-            if (--*outstanding == 0) completed();
+            if (--adds->outstanding == 0) self->storeLoadedCampaigns(generation);
             if (callback) callback(nullptr);
         });
     });
 }
 
-void Manager::addNotification(const platform::NotificationRequest& request, const core::ErrorPtr& error,
-                              std::uint64_t generation) {
+void Manager::addNotification(const std::string& identifier, const std::optional<CampaignRequestKey>& key,
+                              const core::ErrorPtr& error, std::uint64_t generation) {
     if (error) {
-        managerLog().error("Failed to add notification request " + request.description() + ", with error: " +
+        // The request itself went to the centre; its identifier names its kind, campaign and site.
+        managerLog().error("Failed to add notification request " + identifier + ", with error: " +
                                error->localizedDescription(),
                            DROVEL_SOURCE(kManagerFile, "addNotification(request:)"));
         logSdkErrorEvent(NotifyErrorType::unableToSetUpNotification,
                          makeNotifyError(NotifyErrorType::unableToSetUpNotification));
         return;
     }
-    auto key = campaignRequestKey(request.content.userInfo);
     if (!key) return;
     std::lock_guard lock(mutex_);
     if (setUpGeneration_ == generation) loadedCampaigns_.add(key->campaignID, key->siteID);
+}
+
+void Manager::storeLoadedCampaigns(std::uint64_t generation) {
+    LoadedCampaigns loaded;
+    {
+        std::lock_guard lock(mutex_);
+        if (setUpGeneration_ != generation) return;
+        loaded = loadedCampaigns_;
+    }
+    setLoadedCampaigns(*platform_.userDefaults, loaded);
 }
 
 // ---- detection ----
@@ -147,7 +164,7 @@ void Manager::detectTriggeredCampaigns() {
     managerLog().verbose("SyncDebug: Entering DG for detectTriggeredCampaigns()", DROVEL_SOURCE(kManagerFile, function));
     group->enter();
     userNotificationCenter_->getPendingNotificationRequests([weak = weak_from_this(), group, loaded = std::move(*loaded)](
-                                                                std::vector<platform::NotificationRequest> pending) {
+                                                                const std::vector<platform::NotificationRequest>& pending) {
         constexpr std::string_view function = "detectTriggeredCampaigns()";
         auto self = weak.lock();
         if (!self) {

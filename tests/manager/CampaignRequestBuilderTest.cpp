@@ -64,6 +64,8 @@ NotifyTriggerEvent fired(platform::Date when) { return NotifyTriggerEvent(when, 
 }  // namespace
 
 TEST(CampaignRequests, BuildersGiveTheirIdentifierAndRegionOrNothing) {
+    constexpr std::int64_t kMinID = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t kMaxID = std::numeric_limits<std::int64_t>::max();
     CampaignTextRenderer renderer({});
     auto geofenceRequest = [&](const NotifyCampaign& c, const NotifySite& s) {
         return geofenceApproachRequest(c, s, content(), renderer);
@@ -91,6 +93,14 @@ TEST(CampaignRequests, BuildersGiveTheirIdentifierAndRegionOrNothing) {
         {"area without UUID", beaconAreaOfInterestRequest(beacon(9, false), 1, content(), renderer), std::nullopt},
         {"geofence campaign as beacon", beaconSiteRequest(geofence(9), content(), renderer), std::nullopt},
         {"geofence campaign as area", beaconAreaOfInterestRequest(geofence(9), 1, content(), renderer), std::nullopt},
+        // The longest ids there are, written in full.
+        {"extreme ids", geofenceRequest(geofence(kMinID), site(kMaxID)),
+         std::pair{std::string("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807"),
+                   Region(circle("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807", 52.5,
+                                 -0.25, 150))}},
+        {"extreme area id", beaconAreaOfInterestRequest(beacon(kMinID), 0, content(), renderer),
+         std::pair{std::string("drovel.notify.v2 beacon_area_of_interest -9223372036854775808"),
+                   Region(beaconRegion("drovel.notify.v2 beacon_area_of_interest -9223372036854775808", 0))}},
     };
     for (const auto& c : cases) {
         ASSERT_EQ(c.request.has_value(), c.expected.has_value()) << c.label;

@@ -77,24 +77,31 @@ TEST(ManagerCampaignsTest, ASyncSchedulesEveryPairWithRenderedTexts) {
 TEST(ManagerCampaignsTest, TriggerHistoryHoldsACampaignBackUntilItsIntervalOrAForcedSync) {
     CampaignsHarness h;
     const auto now = h.fake.clock->now();
+    // Campaign 7 (two sites) repeats daily, 8 has no interval, 9 (the area request) has no events.
     struct Case {
         const char* name;
-        std::int64_t campaignID;  // 7 (two sites) repeats daily, 8 has no interval
-        platform::Date lastTriggered;
-        std::size_t scheduled;    // of the four requests
+        std::vector<NotifyTriggerEvent> events;
+        std::vector<std::string> scheduled;
     };
     const Case cases[] = {
-        {"within the interval", 7, now - 23h, 2},
-        {"after the interval", 7, now - 25h, 4},
-        {"no interval, long ago", 8, now - 24h * 300, 3},
+        {"within the interval", {NotifyTriggerEvent(now - 23h, 7, 10)}, {std::string(kBeaconArea), std::string(kBeaconSite)}},
+        {"after the interval", {NotifyTriggerEvent(now - 25h, 7, 10)},
+         {std::string(kBeaconArea), std::string(kBeaconSite), std::string(kGeofence10), std::string(kGeofence11)}},
+        {"the latest event counts", {NotifyTriggerEvent(now - 25h, 7, 10), NotifyTriggerEvent(now - 1h, 7, 11)},
+         {std::string(kBeaconArea), std::string(kBeaconSite)}},
+        {"no interval, long ago", {NotifyTriggerEvent(now - 24h * 300, 8, std::nullopt)},
+         {std::string(kBeaconArea), std::string(kGeofence10), std::string(kGeofence11)}},
+        {"each campaign by its own events",
+         {NotifyTriggerEvent(now - 24h * 300, 8, std::nullopt), NotifyTriggerEvent(now - 1h, 7, 10),
+          NotifyTriggerEvent(now - 24h * 300, 7, 11)},
+         {std::string(kBeaconArea)}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         h.database->dbManager().deleteAll<NotifyTriggerEvent>();
-        h.database->dbManager().save(NotifyTriggerEvent(c.lastTriggered, c.campaignID, std::nullopt));
-        h.setUpAgain(c.scheduled);
-        EXPECT_EQ(h.fake.userNotificationCenter->pending().size(), c.scheduled);
-        EXPECT_EQ(pendingNamed(h, c.campaignID == 7 ? kGeofence10 : kBeaconSite).has_value(), c.scheduled == 4);
+        for (const auto& event : c.events) h.database->dbManager().save(event);
+        h.setUpAgain(c.scheduled.size());
+        EXPECT_EQ(sorted(h.fake.userNotificationCenter->pendingIdentifiers()), c.scheduled);
     }
     // A forced sync starts the repeat bookkeeping afresh.
     EXPECT_EQ(h.syncAndWait(true), nullptr);
@@ -110,10 +117,7 @@ TEST(ManagerCampaignsTest, AFailedAddIsLoggedRecordedAndNotRemembered) {
     const auto sdkErrorsBefore = logs->count("SyncDebug: Logging SDK error events");
     h.setUpAgain(4);
 
-    auto failed = h.fake.userNotificationCenter->addedRequests().back();
-    for (const auto& request : h.fake.userNotificationCenter->addedRequests())
-        if (request.identifier == kGeofence11) failed = request;
-    EXPECT_TRUE(logs->contains("Failed to add notification request " + failed.description() +
+    EXPECT_TRUE(logs->contains("Failed to add notification request " + std::string(kGeofence11) +
                                ", with error: Notifications are not allowed for this application"));
     EXPECT_EQ(logs->count("SyncDebug: Logging SDK error events"), sdkErrorsBefore + 1);
     ASSERT_TRUE(h.pumpUntil([&] { return loadedCampaigns(*h.fake.userDefaults).has_value(); }));

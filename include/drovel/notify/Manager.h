@@ -34,6 +34,7 @@
 
 namespace drovel::notify {
 
+struct CampaignRequestKey;
 class LocationManager;
 class NotifyDBManager;
 class NotifyInteractor;
@@ -188,9 +189,12 @@ private:
     // Removes the pending campaign notifications; completion runs on the centre's thread with the
     // removal's error (the platform reports none).
     void getPendingV2Notifications(Callback completion);
-    // The completion of one add of set-up generation `generation`.
-    void addNotification(const platform::NotificationRequest& request, const core::ErrorPtr& error,
-                         std::uint64_t generation);
+    // The completion of one add of set-up generation `generation`, for the request of that
+    // identifier, which records key in loadedCampaigns when it was added.
+    void addNotification(const std::string& identifier, const std::optional<CampaignRequestKey>& key,
+                         const core::ErrorPtr& error, std::uint64_t generation);
+    // Stores loadedCampaigns under its key, unless a newer set-up than `generation` began.
+    void storeLoadedCampaigns(std::uint64_t generation);
     void openDeepLink(const platform::UserInfo& userInfo);
 
     platform::Platform platform_;

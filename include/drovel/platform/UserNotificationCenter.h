@@ -109,7 +109,10 @@ private:
 class UserNotificationCenter {
 public:
     using AddCompletion = std::function<void(core::ErrorPtr error)>;
-    using PendingCompletion = std::function<void(std::vector<NotificationRequest> requests)>;
+    // The list is lent for the duration of the call (a centre may hand over the list it keeps):
+    // copy what must outlive the completion, and read what you need before adding or removing
+    // requests from within it, which may change the list.
+    using PendingCompletion = std::function<void(const std::vector<NotificationRequest>& requests)>;
     using SettingsCompletion = std::function<void(NotificationSettings settings)>;
     using AuthorizationCompletion = std::function<void(bool granted, core::ErrorPtr error)>;
 
