@@ -42,19 +42,17 @@ Token::Value::Dictionary freshVariablesOf(const CustomTemplateContent& customTem
 
 std::string requestIdentifier(std::string_view kind, std::int64_t campaignID,
                               std::optional<std::int64_t> siteID = std::nullopt) {
-    // Written into one buffer of the final size: a set-up makes one identifier per request.
+    // Reserved at its final size: a set-up makes one identifier per request.
     constexpr std::string_view prefix = "drovel.notify.v2 ";
-    char buffer[2 * std::numeric_limits<std::int64_t>::digits10 + 6];
-    char* end = buffer;
-    *end++ = ' ';
-    end = std::to_chars(end, std::end(buffer), campaignID).ptr;
-    if (siteID) {
-        *end++ = ' ';
-        end = std::to_chars(end, std::end(buffer), *siteID).ptr;
-    }
+    char campaign[24];
+    char site[24];
+    const char* campaignEnd = std::to_chars(std::begin(campaign), std::end(campaign), campaignID).ptr;
+    const char* siteEnd = siteID ? std::to_chars(std::begin(site), std::end(site), *siteID).ptr : site;
     std::string identifier;
-    identifier.reserve(prefix.size() + kind.size() + static_cast<std::size_t>(end - buffer));
-    identifier.append(prefix).append(kind).append(buffer, end);
+    identifier.reserve(prefix.size() + kind.size() + 2 + static_cast<std::size_t>(campaignEnd - campaign) +
+                       static_cast<std::size_t>(siteEnd - site));
+    identifier.append(prefix).append(kind).append(1, ' ').append(campaign, static_cast<std::size_t>(campaignEnd - campaign));
+    if (siteID) identifier.append(1, ' ').append(site, static_cast<std::size_t>(siteEnd - site));
     return identifier;
 }
 

@@ -1,6 +1,7 @@
 // Campaign notifications: setting them up after a sync, and detecting at the next sync which of
 // them fired.
 
+#include <mutex>
 #include <unordered_map>
 
 #include "Helpers/LocationManager.h"
@@ -32,11 +33,39 @@ LoadedCampaigns withoutFired(LoadedCampaigns loaded, const LoadedCampaigns& fire
 
 // The adds of one set-up: how many have not completed yet, plus one until every add was issued.
 struct SetUpAdds {
-    SetUpAdds(std::weak_ptr<Manager> manager, std::uint64_t generation)
-        : manager(std::move(manager)), generation(generation) {}
+    SetUpAdds(std::weak_ptr<Manager> manager, std::uint64_t generation, platform::Date now,
+              CustomTemplateContent customTemplateContent)
+        : manager(std::move(manager)),
+          generation(generation),
+          now(now),
+          customTemplateContent(std::move(customTemplateContent)) {}
+
+    // The description of this set-up's request with that identifier, for the log of a failed add.
+    // The centre owns the requests, and keeping a copy of each for a rare failure would cost every
+    // set-up; so the first failure builds the set-up's requests again (the trigger history only
+    // leaves requests out, it changes none) and keeps their descriptions.
+    std::string describe(const std::string& identifier, const NotifyInteractor& interactor) {
+        std::call_once(described, [&] {
+            buildCampaignNotificationRequests(
+                interactor.campaigns(), interactor.sites(), interactor.notifications(),
+                [](std::int64_t) { return std::vector<NotifyTriggerEvent>{}; }, now, customTemplateContent,
+                [&](platform::NotificationRequest request) {
+                    descriptions.emplace(request.identifier, request.description());
+                });
+        });
+        auto found = descriptions.find(identifier);
+        return found == descriptions.end() ? identifier : found->second;
+    }
+
     const std::weak_ptr<Manager> manager;
     const std::uint64_t generation;
+    const platform::Date now;
+    const CustomTemplateContent customTemplateContent;
     std::atomic<std::size_t> outstanding{1};
+
+private:
+    std::once_flag described;
+    std::unordered_map<std::string, std::string> descriptions;
 };
 
 }  // namespace
@@ -89,8 +118,9 @@ void Manager::setUpCampaigns(Callback callback) {
             if (!self) return;
             // The remembered store is written once, when the last add of this set-up has completed:
             // writing it after each of thousands of adds would cost time quadratic in their number.
-            auto adds = std::make_shared<SetUpAdds>(weak, generation);
             auto& interactor = *self->interactor_;
+            auto adds = std::make_shared<SetUpAdds>(weak, generation, self->platform_.clock->now(),
+                                                    storedCustomTemplateContent(*self->platform_.userDefaults));
             // The whole trigger history in one read: a query per campaign costs a statement each.
             std::unordered_map<std::int64_t, std::vector<NotifyTriggerEvent>> triggerEvents;
             for (auto& event : interactor.fetchAllTriggerEvents())
@@ -101,14 +131,16 @@ void Manager::setUpCampaigns(Callback callback) {
                     auto found = triggerEvents.find(campaignID);
                     return found == triggerEvents.end() ? std::vector<NotifyTriggerEvent>{} : std::move(found->second);
                 },
-                self->platform_.clock->now(), storedCustomTemplateContent(*self->platform_.userDefaults),
+                adds->now, adds->customTemplateContent,
                 [&](platform::NotificationRequest request) {
                     ++adds->outstanding;
                     // The completion keeps only what it records: the centre owns the request.
                     auto completion = [adds, identifier = request.identifier,
                                        key = campaignRequestKey(request.content.userInfo)](core::ErrorPtr error) {
                         auto self = adds->manager.lock();
-                        if (self) self->addNotification(identifier, key, error, adds->generation);
+                        if (self)
+                            self->addNotification(error ? adds->describe(identifier, *self->interactor_) : identifier,
+                                                  key, error, adds->generation);
                         if (--adds->outstanding == 0 && self) self->storeLoadedCampaigns(adds->generation);
                     };
                     self->userNotificationCenter_->add(std::move(request), std::move(completion));
@@ -119,11 +151,10 @@ void Manager::setUpCampaigns(Callback callback) {
     });
 }
 
-void Manager::addNotification(const std::string& identifier, const std::optional<CampaignRequestKey>& key,
+void Manager::addNotification(const std::string& description, const std::optional<CampaignRequestKey>& key,
                               const core::ErrorPtr& error, std::uint64_t generation) {
     if (error) {
-        // The request itself went to the centre; its identifier names its kind, campaign and site.
-        managerLog().error("Failed to add notification request " + identifier + ", with error: " +
+        managerLog().error("Failed to add notification request " + description + ", with error: " +
                                error->localizedDescription(),
                            DROVEL_SOURCE(kManagerFile, "addNotification(request:)"));
         logSdkErrorEvent(NotifyErrorType::unableToSetUpNotification,

@@ -117,7 +117,10 @@ TEST(ManagerCampaignsTest, AFailedAddIsLoggedRecordedAndNotRemembered) {
     const auto sdkErrorsBefore = logs->count("SyncDebug: Logging SDK error events");
     h.setUpAgain(4);
 
-    EXPECT_TRUE(logs->contains("Failed to add notification request " + std::string(kGeofence11) +
+    auto failed = h.fake.userNotificationCenter->addedRequests().back();
+    for (const auto& request : h.fake.userNotificationCenter->addedRequests())
+        if (request.identifier == kGeofence11) failed = request;
+    EXPECT_TRUE(logs->contains("Failed to add notification request " + failed.description() +
                                ", with error: Notifications are not allowed for this application"));
     EXPECT_EQ(logs->count("SyncDebug: Logging SDK error events"), sdkErrorsBefore + 1);
     ASSERT_TRUE(h.pumpUntil([&] { return loadedCampaigns(*h.fake.userDefaults).has_value(); }));

@@ -58,7 +58,9 @@ TEST(ManagerResponsesTest, OnlyTapsOnStoredCampaignsAreHandled) {
         const auto opened = h.fake.application->openedURLs().size();
         auto metadata = h.manager().handle(tap(c.userInfo));
         EXPECT_EQ(metadata.has_value(), c.handled);
-        if (metadata) EXPECT_EQ(*metadata, (std::map<std::string, std::string>{{"tier", "gold"}}));
+        if (metadata) {
+            EXPECT_EQ(*metadata, (std::map<std::string, std::string>{{"tier", "gold"}}));
+        }
         EXPECT_EQ(h.fake.application->openedURLs().size(), opened + (c.handled ? 1 : 0));
     }
 }

@@ -189,9 +189,9 @@ private:
     // Removes the pending campaign notifications; completion runs on the centre's thread with the
     // removal's error (the platform reports none).
     void getPendingV2Notifications(Callback completion);
-    // The completion of one add of set-up generation `generation`, for the request of that
-    // identifier, which records key in loadedCampaigns when it was added.
-    void addNotification(const std::string& identifier, const std::optional<CampaignRequestKey>& key,
+    // The completion of one add of set-up generation `generation`: logs a failure with the request's
+    // description, or records key in loadedCampaigns when it was added.
+    void addNotification(const std::string& description, const std::optional<CampaignRequestKey>& key,
                          const core::ErrorPtr& error, std::uint64_t generation);
     // Stores loadedCampaigns under its key, unless a newer set-up than `generation` began.
     void storeLoadedCampaigns(std::uint64_t generation);
