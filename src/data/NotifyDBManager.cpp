@@ -150,7 +150,7 @@ NotifyDBManager::NotifyDBManager(const std::string& path, bool migrate, Migratio
 }
 
 std::string NotifyDBManager::databasePath(const std::string& applicationSupportDirectory) {
-    return applicationSupportDirectory + "/DrovelNotify.sqlite";
+    return applicationSupportDirectory + "/" + std::string(fileName);
 }
 
 std::shared_ptr<NotifyDBManager> NotifyDBManager::shared(const std::string& applicationSupportDirectory) {

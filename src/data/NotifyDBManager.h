@@ -58,6 +58,8 @@ public:
     NotifyDBManager(const NotifyDBManager&) = delete;
     NotifyDBManager& operator=(const NotifyDBManager&) = delete;
 
+    // The database file's name in the application-support directory.
+    static constexpr std::string_view fileName = "DrovelNotify.sqlite";
     // "<applicationSupportDirectory>/DrovelNotify.sqlite".
     static std::string databasePath(const std::string& applicationSupportDirectory);
 

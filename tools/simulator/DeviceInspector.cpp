@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "drovel/core/JsonWriter.h"
+#include "data/NotifyDBManager.h"
 #include "drovel/notify/Manager.h"
 #include "linux/FileUserDefaults.h"
 #include "linux/SimulatedDevice.h"
@@ -20,7 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kDatabaseName = "DrovelNotify.sqlite";
 // Prefixes of the module's user-defaults keys (its own values and its sync diary).
 constexpr std::string_view kModuleKeyPrefixes[] = {"DrovelNotify.", "NotifySDK."};
 // Campaign notifications carry this identifier prefix; site ones the "drovel.notify" source.
@@ -48,7 +48,7 @@ core::Result<std::shared_ptr<platform::SimulatedDevice>> openDevice(const std::s
 }
 
 std::string databasePath(const platform::SimulatedDevice& device) {
-    return (fs::path(device.applicationSupportDirectory()) / kDatabaseName).string();
+    return (fs::path(device.applicationSupportDirectory()) / notify::NotifyDBManager::fileName).string();
 }
 
 // Row counts of the module's tables; -1 for a table that is not there (or no database).

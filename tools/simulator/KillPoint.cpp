@@ -7,12 +7,13 @@
 #include <atomic>
 #include <charconv>
 
+#include "data/NotifyDBManager.h"
+
 namespace drovel::simulator {
 
 namespace {
 
 constexpr std::string_view kUploadPath = "/notify/campaign_events";
-constexpr std::string_view kDatabaseName = "DrovelNotify.sqlite";
 constexpr std::string_view kDownloadTables[] = {"notify_campaign", "notify_site", "notify_notification"};
 
 // Nothing is flushed first, as in a crash: the runner writes its event lines out one by one.
@@ -32,7 +33,7 @@ void onRowWritten(void*, int operation, const char*, const char* table, sqlite3_
 
 int hookModuleDatabase(sqlite3* db, const char**, const sqlite3_api_routines*) {
     const char* file = sqlite3_db_filename(db, "main");
-    if (file && std::string_view(file).ends_with(kDatabaseName)) sqlite3_update_hook(db, &onRowWritten, nullptr);
+    if (file && std::string_view(file).ends_with(notify::NotifyDBManager::fileName)) sqlite3_update_hook(db, &onRowWritten, nullptr);
     return SQLITE_OK;
 }
 
