@@ -60,21 +60,47 @@ core::ErrorPtr NotifyInteractor::guarded(core::LogSource source, std::string_vie
     }
 }
 
+// ---- campaign data in memory ----
+
+NotifyInteractor::Snapshot NotifyInteractor::snapshot() const {
+    std::lock_guard lock(dataMutex_);
+    return data_;
+}
+
+void NotifyInteractor::publish(Snapshot data) {
+    std::lock_guard lock(dataMutex_);
+    if (data.campaigns) data_.campaigns = std::move(data.campaigns);
+    if (data.sites) data_.sites = std::move(data.sites);
+    if (data.notifications) data_.notifications = std::move(data.notifications);
+}
+
 // ---- loading ----
 
 void NotifyInteractor::loadNotificationsFromPersist() {
     guarded(DROVEL_SOURCE(kFile, "loadNotificationsFromPersist()"), "Failed to load Notify notifications with error: ",
-            [&] { notifications_ = db().fetchAll<NotifyNotifications>(); });
+            [&] {
+                Snapshot loaded;
+                loaded.notifications = std::make_shared<const std::vector<NotifyNotifications>>(db().fetchAll<NotifyNotifications>());
+                publish(std::move(loaded));
+            });
 }
 
 void NotifyInteractor::loadCampaignsFromPersist() {
     guarded(DROVEL_SOURCE(kFile, "loadCampaignsFromPersist()"), "Failed to load Notify campaigns with error: ",
-            [&] { campaigns_ = db().fetchAll<NotifyCampaign>(); });
+            [&] {
+                Snapshot loaded;
+                loaded.campaigns = std::make_shared<const std::vector<NotifyCampaign>>(db().fetchAll<NotifyCampaign>());
+                publish(std::move(loaded));
+            });
 }
 
 void NotifyInteractor::loadSitesFromPersist() {
     guarded(DROVEL_SOURCE(kFile, "loadSitesFromPersist()"), "Failed to load Notify sites with error: ",
-            [&] { sites_ = db().fetchAll<NotifySite>(); });
+            [&] {
+                Snapshot loaded;
+                loaded.sites = std::make_shared<const std::vector<NotifySite>>(db().fetchAll<NotifySite>());
+                publish(std::move(loaded));
+            });
 }
 
 // ---- downloads ----
@@ -100,27 +126,29 @@ void NotifyInteractor::storeNotificationsResponse(NotifyNotificationsResponse re
     writing = writing && deleteAllSites();
     writing = writing && deleteAllCampaigns();
 
-    notifications_ = std::move(response.data);
+    Snapshot downloaded;
+    downloaded.notifications = std::make_shared<const std::vector<NotifyNotifications>>(std::move(response.data));
     if (writing) {
-        notificationsError = saveNotifications(notifications_);
+        notificationsError = saveNotifications(*downloaded.notifications);
         writing = !notificationsError;
     }
     // A list the response leaves out keeps its previous contents in memory, although its table was
     // emptied above.
     if (response.included.sites) {
-        sites_ = std::move(*response.included.sites);
-        writing = writing && !saveSites(sites_);
+        downloaded.sites = std::make_shared<const std::vector<NotifySite>>(std::move(*response.included.sites));
+        writing = writing && !saveSites(*downloaded.sites);
     }
     if (response.included.campaigns) {
-        campaigns_ = std::move(*response.included.campaigns);
-        writing = writing && !saveCampaigns(campaigns_);
+        downloaded.campaigns = std::make_shared<const std::vector<NotifyCampaign>>(std::move(*response.included.campaigns));
+        writing = writing && !saveCampaigns(*downloaded.campaigns);
     }
-    writing = writing && deleteTriggerEventsOfInactiveCampaigns();
+    writing = writing && deleteTriggerEventsOfInactiveCampaigns(downloaded.campaigns ? *downloaded.campaigns : campaigns());
     if (writing) {
         notificationsError = guarded(DROVEL_SOURCE(kFile, "storeNotificationsResponse(_:)"), kSaveNotificationsText,
                                      [&] { transaction->commit(); });
     }
     transaction.reset();  // rolls back unless committed
+    publish(std::move(downloaded));
 
     if (notificationsError)
         platform_.notificationCenter->post(NotificationName::notifyNotificationsError, notificationsError);
@@ -147,11 +175,11 @@ bool NotifyInteractor::isActive(const NotifyCampaign& campaign, platform::Date n
     return !(hasOpenOrders && campaign.deferOnPickup());
 }
 
-bool NotifyInteractor::deleteTriggerEventsOfInactiveCampaigns() {
+bool NotifyInteractor::deleteTriggerEventsOfInactiveCampaigns(const std::vector<NotifyCampaign>& campaigns) {
     const platform::Date now = platform_.clock->now();
     const bool hasOpenOrders = core_->orders().hasOpenOrders();
     std::unordered_set<std::int64_t> active;
-    for (const auto& campaign : campaigns_)
+    for (const auto& campaign : campaigns)
         if (isActive(campaign, now, hasOpenOrders)) active.insert(campaign.id());
 
     // Trigger events of running campaigns stay, so their repeat bookkeeping survives the download.

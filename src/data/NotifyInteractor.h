@@ -4,8 +4,10 @@
 // were last downloaded and the least interval the backend allows between downloads (in the user
 // defaults); trigger events and analytics events, and the batch upload of the latter.
 //
-// Threads: every operation runs on the caller's thread and takes no lock; the caller (the manager's
-// serial queue) serialises them. Only the batch uploads go on beyond the call: their per-batch
+// Threads: every operation runs on the caller's thread; the caller (the manager's serial queue)
+// serialises them. The campaign data in memory is the exception: a download replaces it while taps,
+// detections and set-ups on other threads read it, so they take a snapshot(), which stays whole and
+// unchanged however long they hold it. Only the batch uploads go on beyond the call: their per-batch
 // deletes run on the HTTP transport's threads and the final completion on the global queue. A
 // delete made while a download is being stored becomes part of that transaction; if the download
 // is rolled back the event is sent again later (sent twice rather than lost).
@@ -18,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -61,11 +64,22 @@ public:
     // value when there is one; any thread may set it.
     std::atomic<std::int64_t> kAnalyticsEventLimit{20};
 
+    // The campaign data in memory at one moment. A download replaces a list as a whole, so a
+    // snapshot's lists are never changed under its holder.
+    struct Snapshot {
+        std::shared_ptr<const std::vector<NotifyCampaign>> campaigns;
+        // Nearest first when loaded from the database.
+        std::shared_ptr<const std::vector<NotifySite>> sites;
+        std::shared_ptr<const std::vector<NotifyNotifications>> notifications;
+    };
+    Snapshot snapshot() const;
+
     const NotifyServiceProtocol& service() const { return *service_; }
-    const std::vector<NotifyCampaign>& campaigns() const { return campaigns_; }
-    // Nearest first when loaded from the database.
-    const std::vector<NotifySite>& sites() const { return sites_; }
-    const std::vector<NotifyNotifications>& notifications() const { return notifications_; }
+    // The current lists, for the thread that stores downloads (the serial queue): another thread
+    // takes a snapshot() instead, since the next download may free these.
+    const std::vector<NotifyCampaign>& campaigns() const { return *data_.campaigns; }
+    const std::vector<NotifySite>& sites() const { return *data_.sites; }
+    const std::vector<NotifyNotifications>& notifications() const { return *data_.notifications; }
     // When campaigns were last downloaded.
     std::optional<platform::Date> lastFetch() const { return lastFetch_; }
     // Least seconds between two downloads, from the last response.
@@ -133,7 +147,9 @@ private:
     core::ErrorPtr saveSites(const std::vector<NotifySite>& sites);
     core::ErrorPtr saveCampaigns(const std::vector<NotifyCampaign>& campaigns);
     // Deletes the trigger events of every campaign that is not active now; false after a failed delete.
-    bool deleteTriggerEventsOfInactiveCampaigns();
+    bool deleteTriggerEventsOfInactiveCampaigns(const std::vector<NotifyCampaign>& campaigns);
+    // Replaces the lists that are given; the others stay.
+    void publish(Snapshot data);
     // Whether the campaign runs now and, while the user has an open order, is not held back by it.
     bool isActive(const NotifyCampaign& campaign, platform::Date now, bool hasOpenOrders) const;
 
@@ -142,9 +158,9 @@ private:
     std::shared_ptr<core::Core> core_;
     std::shared_ptr<NotifyDBManager> database_;
 
-    std::vector<NotifyCampaign> campaigns_;
-    std::vector<NotifySite> sites_;
-    std::vector<NotifyNotifications> notifications_;
+    mutable std::mutex dataMutex_;  // guards replacing data_'s pointers, not the lists
+    Snapshot data_{std::make_shared<const std::vector<NotifyCampaign>>(), std::make_shared<const std::vector<NotifySite>>(),
+                   std::make_shared<const std::vector<NotifyNotifications>>()};
     std::optional<platform::Date> lastFetch_;
     double kMinSyncInterval_ = 0;
 };

@@ -46,8 +46,9 @@ struct SetUpAdds {
     // leaves requests out, it changes none) and keeps their descriptions.
     std::string describe(const std::string& identifier, const NotifyInteractor& interactor) {
         std::call_once(described, [&] {
+            const auto data = interactor.snapshot();
             buildCampaignNotificationRequests(
-                interactor.campaigns(), interactor.sites(), interactor.notifications(),
+                *data.campaigns, *data.sites, *data.notifications,
                 [](std::int64_t) { return std::vector<NotifyTriggerEvent>{}; }, now, customTemplateContent,
                 [&](platform::NotificationRequest request) {
                     descriptions.emplace(request.identifier, request.description());
@@ -109,7 +110,7 @@ void Manager::setUpCampaigns(Callback callback) {
             generation = ++self->setUpGeneration_;
         }
         self->platform_.userDefaults->removeObject(rawValue(UserDefaultsKey::loadedCampaigns));
-        if (self->interactor_->campaigns().empty()) {
+        if (self->interactor_->snapshot().campaigns->empty()) {
             if (callback) callback(nullptr);
             return;
         }
@@ -125,8 +126,9 @@ void Manager::setUpCampaigns(Callback callback) {
             std::unordered_map<std::int64_t, std::vector<NotifyTriggerEvent>> triggerEvents;
             for (auto& event : interactor.fetchAllTriggerEvents())
                 triggerEvents[event.campaignID()].push_back(std::move(event));
+            const auto data = interactor.snapshot();
             buildCampaignNotificationRequests(
-                interactor.campaigns(), interactor.sites(), interactor.notifications(),
+                *data.campaigns, *data.sites, *data.notifications,
                 [&](std::int64_t campaignID) {
                     auto found = triggerEvents.find(campaignID);
                     return found == triggerEvents.end() ? std::vector<NotifyTriggerEvent>{} : std::move(found->second);
@@ -219,7 +221,7 @@ void Manager::detectTriggeredCampaigns() {
             return;
         }
         managerLog().verbose("SyncDebug: campaigns.needToRangeForSite == true", DROVEL_SOURCE(kManagerFile, function));
-        auto uuid = beaconUUIDForRanging(self->interactor_->campaigns());
+        auto uuid = beaconUUIDForRanging(*self->interactor_->snapshot().campaigns);
         if (!uuid) {
             managerLog().verbose("SyncDebug: No beaconUUID found in campaigns", DROVEL_SOURCE(kManagerFile, function));
             self->logTriggeredEvents(fired, std::nullopt, std::move(stillPending));
@@ -239,7 +241,7 @@ void Manager::detectTriggeredCampaigns() {
                                      DROVEL_SOURCE(kManagerFile, function));
                 std::optional<std::int64_t> siteID;
                 if (result.ok()) {
-                    siteID = siteIDForBeaconMinor(self->interactor_->sites(), result.value().minor);
+                    siteID = siteIDForBeaconMinor(*self->interactor_->snapshot().sites, result.value().minor);
                 } else {
                     managerLog().error("SyncDebug: Ranging failed: " + result.error()->description(),
                                        DROVEL_SOURCE(kManagerFile, function));
@@ -257,7 +259,7 @@ void Manager::logTriggeredEvents(const LoadedCampaigns& campaigns, std::optional
                          DROVEL_SOURCE(kManagerFile, "logTriggeredEvents(_:rangeResult:)"));
     CampaignTextRenderer renderer(storedCustomTemplateContent(*platform_.userDefaults));
     const auto now = platform_.clock->now();
-    for (auto& event : notificationTriggeredEvents(campaigns, rangedSiteID, interactor_->campaigns(), renderer)) {
+    for (auto& event : notificationTriggeredEvents(campaigns, rangedSiteID, *interactor_->snapshot().campaigns, renderer)) {
         // The product's rule: every fired pair also leaves a trigger event (the geofence site or the
         // site found by ranging, else none), which holds its campaign back for its repeat interval.
         interactor_->saveTriggerEvent(NotifyTriggerEvent(now, event.campaignID, event.siteID));

@@ -46,8 +46,8 @@ std::optional<std::map<std::string, std::string>> Manager::handle(const platform
     if (!source || *source != campaignUserInfo::kMessageSource) return std::nullopt;
     const auto* campaignID = platform::userInfoGet<std::int64_t>(userInfo, campaignUserInfo::kCampaignIDKey);
     if (!campaignID) return std::nullopt;
-    const auto& campaigns = interactor_->campaigns();
-    if (std::none_of(campaigns.begin(), campaigns.end(), [&](const auto& campaign) { return campaign.id() == *campaignID; }))
+    const auto campaigns = interactor_->snapshot().campaigns;
+    if (std::none_of(campaigns->begin(), campaigns->end(), [&](const auto& campaign) { return campaign.id() == *campaignID; }))
         return std::nullopt;
 
     if (platform_.application->applicationState() == platform::ApplicationState::active) {

@@ -227,7 +227,7 @@ void Manager::doSyncAtPosition(bool force, std::optional<platform::Location> loc
                 callback(false, nullptr);
                 return;
             }
-            if (self->interactor_->campaigns().empty()) {
+            if (self->interactor_->snapshot().campaigns->empty()) {
                 managerLog().verbose("SyncDebug: Campaigns count = 0", DROVEL_SOURCE(kManagerFile, function));
                 self->updateLastSync();
                 self->removePendingV2Notifications([callback] { callback(true, nullptr); });
@@ -264,7 +264,7 @@ void Manager::fetchNotifications(bool force, double latitude, double longitude, 
         const double sinceLastFetch = std::chrono::duration<double>(platform_.clock->now() - *lastFetch).count();
         if (interactor_->kMinSyncInterval() >= sinceLastFetch) {
             managerLog().verbose("SyncDebug: fetchNotifications() success.", DROVEL_SOURCE(kManagerFile, function));
-            if (callback) callback(interactor_->notifications(), nullptr);
+            if (callback) callback(*interactor_->snapshot().notifications, nullptr);
             return;
         }
     }
@@ -288,7 +288,7 @@ void Manager::fetchNotifications(bool force, double latitude, double longitude, 
             self->interactor_->storeNotificationsResponse(std::move(result).value());
             self->interactor_->updateLastFetch(self->platform_.clock->now());
             managerLog().verbose("SyncDebug: fetchNotifications() success.", DROVEL_SOURCE(kManagerFile, function));
-            if (callback) callback(self->interactor_->notifications(), nullptr);
+            if (callback) callback(*self->interactor_->snapshot().notifications, nullptr);
         });
 }
 

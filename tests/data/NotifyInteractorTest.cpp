@@ -112,10 +112,16 @@ TEST_F(NotifyInteractorTest, StoringADownloadKeepsListsTheResponseLeavesOut) {
     interactor->storeNotificationsResponse(decodedResponse(kFirstDownload));
     EXPECT_EQ(interactor->kMinSyncInterval(), 900);
     EXPECT_EQ(fake.userDefaults->doubleValue("DrovelNotify.minSyncInterval"), 900.0);
+    // A reader on another thread keeps what it took, whole, while a download replaces the lists.
+    const auto before = interactor->snapshot();
+    const auto firstPairs = *before.notifications;
 
     interactor->storeNotificationsResponse(
         decodedResponse(R"({"min_sync_interval_seconds": 30, "data": [], "included": {"sites": null}})"));
     EXPECT_TRUE(interactor->notifications().empty());
+    EXPECT_FALSE(firstPairs.empty());
+    EXPECT_EQ(*before.notifications, firstPairs);
+    EXPECT_EQ(interactor->snapshot().sites, before.sites);  // a list left out is the same list
     EXPECT_EQ(interactor->sites().size(), 2u);
     EXPECT_EQ(interactor->campaigns().size(), 2u);
     EXPECT_TRUE(db().fetchAll<NotifySite>().empty());
