@@ -6,6 +6,7 @@
 #include <random>
 
 #include "drovel/core/JsonWriter.h"
+#include "drovel/platform/Location.h"
 #include "drovel/platform/Platform.h"
 #include "drovel/platform/UserDefaults.h"
 
@@ -67,15 +68,7 @@ std::vector<std::shared_ptr<T>> lockLive(std::vector<std::weak_ptr<T>>& list) {
 
 // ---- UUIDs ----
 
-bool isUUIDText(std::string_view text) {
-    static constexpr std::array<std::size_t, 4> dashes = {8, 13, 18, 23};
-    if (text.size() != 36) return false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        bool dash = std::find(dashes.begin(), dashes.end(), i) != dashes.end();
-        if (dash ? text[i] != '-' : !std::isxdigit(static_cast<unsigned char>(text[i]))) return false;
-    }
-    return true;
-}
+bool isUUIDText(std::string_view text) { return platform::canonicalUUID(text).has_value(); }
 
 std::string makeUUIDv4() {
     static constexpr char hex[] = "0123456789abcdef";

@@ -2,36 +2,19 @@
 
 #include <random>
 
+#include "drovel/platform/Location.h"
+
 namespace drovel::notify {
 
-namespace {
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-bool isHyphenPosition(std::size_t i) { return i == 8 || i == 13 || i == 18 || i == 23; }
-
-}  // namespace
-
 std::optional<UUID> UUID::fromString(std::string_view text) {
-    if (text.size() != 36) return std::nullopt;
+    const auto canonical = platform::canonicalUUID(text);  // upper-case digits, dashes in place
+    if (!canonical) return std::nullopt;
+    auto digit = [](char c) { return c <= '9' ? c - '0' : c - 'A' + 10; };
     std::array<std::uint8_t, 16> bytes{};
     std::size_t byte = 0;
-    for (std::size_t i = 0; i < text.size();) {
-        if (isHyphenPosition(i)) {
-            if (text[i] != '-') return std::nullopt;
-            ++i;
-            continue;
-        }
-        int high = hexValue(text[i]);
-        int low = hexValue(text[i + 1]);
-        if (high < 0 || low < 0) return std::nullopt;
-        bytes[byte++] = static_cast<std::uint8_t>(high << 4 | low);
-        i += 2;
+    for (std::size_t i = 0; i < canonical->size(); i += 2) {
+        if ((*canonical)[i] == '-') ++i;
+        bytes[byte++] = static_cast<std::uint8_t>(digit((*canonical)[i]) << 4 | digit((*canonical)[i + 1]));
     }
     return UUID(bytes);
 }
