@@ -1,19 +1,55 @@
 #include "linux/SimulatedUserNotificationCenter.h"
 
+#include <utility>
+
 namespace drovel::platform {
 
-SimulatedUserNotificationCenter::SimulatedUserNotificationCenter(std::shared_ptr<SimulatedDevice> device)
+SimulatedUserNotificationCenter::SimulatedUserNotificationCenter(std::shared_ptr<SimulatedDevice> device,
+                                                                 std::shared_ptr<Queue> mainQueue)
     : device_(std::move(device)),
-      queue_(std::make_shared<DispatchQueue>("com.apple.usernotifications.UNUserNotificationServiceConnection")) {}
+      queue_(std::make_shared<DispatchQueue>("com.apple.usernotifications.UNUserNotificationServiceConnection")),
+      mainQueue_(std::move(mainQueue)) {}
+
+void SimulatedUserNotificationCenter::post(std::function<void()> completion) {
+    {
+        std::lock_guard lock(outbox_->mutex);
+        outbox_->completions.push_back(std::move(completion));
+        if (std::exchange(outbox_->draining, true)) return;
+    }
+    auto start = [queue = queue_, outbox = outbox_] { queue->async([outbox] { drain(outbox); }); };
+    if (mainQueue_ && mainQueue_->isCurrent()) mainQueue_->async(std::move(start));
+    else start();
+}
+
+// Runs until the outbox is empty, so a completion posted while it runs still comes before any
+// posted after it.
+void SimulatedUserNotificationCenter::drain(const std::shared_ptr<Outbox>& outbox) {
+    std::vector<std::function<void()>> batch;
+    for (;;) {
+        {
+            std::lock_guard lock(outbox->mutex);
+            batch.clear();
+            batch.swap(outbox->completions);
+            if (batch.empty()) {
+                outbox->draining = false;
+                return;
+            }
+        }
+        for (auto& completion : batch) {
+            completion();
+            completion = nullptr;  // releases what it captured before the next one runs
+        }
+    }
+}
 
 void SimulatedUserNotificationCenter::add(NotificationRequest request, AddCompletion completionHandler) {
     core::ErrorPtr error = device_->addRequest(std::move(request));
-    if (completionHandler) queue_->async([completion = std::move(completionHandler), error] { completion(error); });
+    if (completionHandler) post([completion = std::move(completionHandler), error] { completion(error); });
 }
 
 void SimulatedUserNotificationCenter::getPendingNotificationRequests(PendingCompletion completionHandler) {
     if (!completionHandler) return;
-    queue_->async([completion = std::move(completionHandler), requests = device_->pendingRequests()]() mutable {
+    post([completion = std::move(completionHandler), requests = device_->pendingRequests()]() mutable {
         completion(std::move(requests));
     });
 }
@@ -25,7 +61,7 @@ void SimulatedUserNotificationCenter::removePendingNotificationRequests(std::vec
 void SimulatedUserNotificationCenter::getNotificationSettings(SettingsCompletion completionHandler) {
     if (!completionHandler) return;
     NotificationSettings settings{device_->notificationAuthorization()};
-    queue_->async([completion = std::move(completionHandler), settings] { completion(settings); });
+    post([completion = std::move(completionHandler), settings] { completion(settings); });
 }
 
 void SimulatedUserNotificationCenter::requestAuthorization(NotificationAuthorizationOptions options,
@@ -40,7 +76,7 @@ void SimulatedUserNotificationCenter::requestAuthorization(NotificationAuthoriza
     }
     if (!completionHandler) return;
     bool granted = NotificationSettings{status}.permitsNotifications();
-    queue_->async([completion = std::move(completionHandler), granted] { completion(granted, nullptr); });
+    post([completion = std::move(completionHandler), granted] { completion(granted, nullptr); });
 }
 
 }  // namespace drovel::platform

@@ -1,9 +1,12 @@
 #pragma once
 // The simulated device's notification centre: the app's view of the device's pending and
 // delivered requests (SimulatedDevice fires them). Completions run on the centre's own serial
-// queue, never inside the call.
+// queue, never inside the call, in the order of the calls.
 
+#include <functional>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include "drovel/platform/DispatchQueue.h"
 #include "drovel/platform/UserNotificationCenter.h"
@@ -13,7 +16,10 @@ namespace drovel::platform {
 
 class SimulatedUserNotificationCenter final : public UserNotificationCenter {
 public:
-    explicit SimulatedUserNotificationCenter(std::shared_ptr<SimulatedDevice> device);
+    // Calls made from a job of mainQueue (may be empty) hand their completions over once that job
+    // has ended: a sync's thousands of adds then wake the centre's queue once, not once each.
+    explicit SimulatedUserNotificationCenter(std::shared_ptr<SimulatedDevice> device,
+                                             std::shared_ptr<Queue> mainQueue = nullptr);
 
     void add(NotificationRequest request, AddCompletion completionHandler) override;
     // The requests pending at the moment of the call.
@@ -26,8 +32,20 @@ public:
                               AuthorizationCompletion completionHandler) override;
 
 private:
+    // The completions waiting for the queue, in the order of the calls.
+    struct Outbox {
+        std::mutex mutex;
+        std::vector<std::function<void()>> completions;
+        bool draining = false;  // a drain is on its way or running
+    };
+    static void drain(const std::shared_ptr<Outbox>& outbox);
+    // Queues the completion behind those of earlier calls.
+    void post(std::function<void()> completion);
+
     std::shared_ptr<SimulatedDevice> device_;
     std::shared_ptr<DispatchQueue> queue_;
+    std::shared_ptr<Queue> mainQueue_;
+    std::shared_ptr<Outbox> outbox_ = std::make_shared<Outbox>();
 };
 
 }  // namespace drovel::platform

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <mutex>
 
 #include "drovel/platform/NotificationCenter.h"
 #include "SimulatedDeviceTestSupport.h"
@@ -122,6 +123,32 @@ TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
     center.requestAuthorization({true, true, true, false}, [&](bool ok, core::ErrorPtr) { granted.set_value(ok); });
     EXPECT_TRUE(granted.get_future().get());
     EXPECT_EQ(device->notificationAuthorization(), NotificationAuthorizationStatus::authorized);
+}
+
+// A set-up adds thousands of requests from one main-queue job; their completions may be handed
+// over in a batch, but never out of order with a later call from another thread, and never lost.
+TEST_F(SimulatedPlatformTest, CompletionsComeInCallOrderAcrossAMainQueueBurst) {
+    auto& center = *simulated.platform.userNotificationCenter;
+    std::mutex mutex;
+    std::vector<std::string> order;
+    auto note = [&](std::string text) {
+        std::lock_guard lock(mutex);
+        order.push_back(std::move(text));
+    };
+    bool jobRan = false;
+    simulated.platform.mainQueue->async([&] {
+        for (std::string id : {"a", "b"})
+            center.add({id, {}, NotificationTrigger{CircularRegion{id, {40.0, -74.0}, 100, true, false}, false}},
+                       [&, id](core::ErrorPtr error) { note("added " + id + (error ? " failed" : "")); });
+        jobRan = true;
+    });
+    ASSERT_TRUE(pumpUntil([&] { return jobRan; }));
+    center.getPendingNotificationRequests([&](auto requests) { note("pending " + std::to_string(requests.size())); });
+    ASSERT_TRUE(pumpUntil([&] {
+        std::lock_guard lock(mutex);
+        return order.size() == 3;
+    }));
+    EXPECT_EQ(order, (std::vector<std::string>{"added a", "added b", "pending 2"}));
 }
 
 TEST_F(SimulatedPlatformTest, PositionRequestsAnswerFromTheDevice) {
