@@ -15,44 +15,6 @@ using namespace std::chrono_literals;
 using namespace simulated;
 using testing::TempDirectory;
 
-// Keeps the reports of the location service with the device time they arrived at.
-class ReportLog : public LocationProviderDelegate {
-public:
-    explicit ReportLog(std::shared_ptr<SimulatedDevice> device) : device_(std::move(device)) {}
-
-    void locationManager(LocationProvider&, const std::vector<Location>& locations) override {
-        positions.push_back(locations);
-    }
-    void locationManager(LocationProvider&, core::ErrorPtr error) override { failures.push_back(error->description()); }
-    void locationManager(LocationProvider& provider, const std::vector<Beacon>& beacons,
-                         const BeaconIdentityConstraint& constraint) override {
-        ranges.push_back({beacons, device_->now()});
-        if (stopAfter && ranges.size() >= *stopAfter) provider.stopRangingBeacons(constraint);
-    }
-    void locationManager(LocationProvider&, const BeaconIdentityConstraint&, core::ErrorPtr error) override {
-        failures.push_back(error->description());
-    }
-    void locationManager(LocationProvider& provider, const std::vector<Beacon>& beacons, const BeaconRegion& region) override {
-        ranges.push_back({beacons, device_->now()});
-        provider.stopRangingBeacons(region);
-    }
-    void locationManager(LocationProvider&, const BeaconRegion&, core::ErrorPtr error) override {
-        failures.push_back(error->description());
-    }
-
-    struct Range {
-        std::vector<Beacon> beacons;
-        Date at;
-    };
-    std::vector<std::vector<Location>> positions;
-    std::vector<Range> ranges;
-    std::vector<std::string> failures;
-    std::optional<std::size_t> stopAfter;
-
-private:
-    std::shared_ptr<SimulatedDevice> device_;
-};
-
 class SimulatedPlatformTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -102,17 +64,11 @@ TEST_F(SimulatedPlatformTest, EverySeamIsTheDevicesOwn) {
 }
 
 TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
+    // Adds and the pending list: CompletionsComeInCallOrderAcrossAMainQueueBurst.
     auto& center = *simulated.platform.userNotificationCenter;
-    const NotificationRequest request{"drovel.notify 7", {},
-                                      NotificationTrigger{CircularRegion{"drovel.notify 7", {40.0, -74.0}, 100, true, false}, false}};
-    std::promise<core::ErrorPtr> added;
-    center.add(request, [&](core::ErrorPtr error) { added.set_value(error); });
-    EXPECT_EQ(added.get_future().get(), nullptr);
-
-    std::promise<std::vector<NotificationRequest>> pending;
-    center.getPendingNotificationRequests([&](auto requests) { pending.set_value(std::move(requests)); });
-    EXPECT_EQ(pending.get_future().get(), std::vector<NotificationRequest>{request});
-    center.removePendingNotificationRequests({"drovel.notify 7"});
+    ASSERT_EQ(device->addRequest({"7", {}, NotificationTrigger{CircularRegion{"7", {40.0, -74.0}, 100, true, false}, false}}),
+              nullptr);
+    center.removePendingNotificationRequests({"7"});
     EXPECT_TRUE(device->pendingRequests().empty());
 
     device->apply(changing(&SimulatedDeviceSettings::notifications, NotificationAuthorizationStatus::notDetermined));
