@@ -172,7 +172,9 @@ std::int64_t threadCPUNanoseconds() {
 std::uint64_t threadNumber() { return std::hash<std::thread::id>{}(std::this_thread::get_id()); }
 
 std::int64_t nowNanoseconds() { return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count(); }
+// Cheap once set: the row hook calls it for every row stored.
 void markOnce(std::atomic<std::int64_t>& mark) {
+    if (mark.load(std::memory_order_relaxed) != 0) return;
     std::int64_t unset = 0;
     mark.compare_exchange_strong(unset, nowNanoseconds());
 }
