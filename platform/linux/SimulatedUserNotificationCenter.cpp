@@ -10,15 +10,25 @@ SimulatedUserNotificationCenter::SimulatedUserNotificationCenter(std::shared_ptr
       queue_(std::make_shared<DispatchQueue>("com.apple.usernotifications.UNUserNotificationServiceConnection")),
       mainQueue_(std::move(mainQueue)) {}
 
-void SimulatedUserNotificationCenter::post(std::function<void()> completion) {
+void SimulatedUserNotificationCenter::post(std::function<void()> completion, bool mayWait) {
+    using State = Outbox::State;
+    bool deferring = false;
     {
         std::lock_guard lock(outbox_->mutex);
         outbox_->completions.push_back(std::move(completion));
-        if (std::exchange(outbox_->draining, true)) return;
+        if (outbox_->state == State::queued || (outbox_->state == State::deferred && mayWait)) return;
+        deferring = outbox_->state == State::idle && mayWait && mainQueue_ && mainQueue_->isCurrent();
+        outbox_->state = deferring ? State::deferred : State::queued;
     }
-    auto start = [queue = queue_, outbox = outbox_] { queue->async([outbox] { drain(outbox); }); };
-    if (mainQueue_ && mainQueue_->isCurrent()) mainQueue_->async(std::move(start));
-    else start();
+    if (!deferring) return queue_->async([outbox = outbox_] { drain(outbox); });
+    mainQueue_->async([queue = queue_, outbox = outbox_] {
+        {
+            std::lock_guard lock(outbox->mutex);
+            if (outbox->state != State::deferred) return;  // another call has started the drain
+            outbox->state = State::queued;
+        }
+        queue->async([outbox] { drain(outbox); });
+    });
 }
 
 // Runs until the outbox is empty, so a completion posted while it runs still comes before any
@@ -31,7 +41,7 @@ void SimulatedUserNotificationCenter::drain(const std::shared_ptr<Outbox>& outbo
             batch.clear();
             batch.swap(outbox->completions);
             if (batch.empty()) {
-                outbox->draining = false;
+                outbox->state = Outbox::State::idle;
                 return;
             }
         }
@@ -44,7 +54,7 @@ void SimulatedUserNotificationCenter::drain(const std::shared_ptr<Outbox>& outbo
 
 void SimulatedUserNotificationCenter::add(NotificationRequest request, AddCompletion completionHandler) {
     core::ErrorPtr error = device_->addRequest(std::move(request));
-    if (completionHandler) post([completion = std::move(completionHandler), error] { completion(error); });
+    if (completionHandler) post([completion = std::move(completionHandler), error] { completion(error); }, true);
 }
 
 void SimulatedUserNotificationCenter::getPendingNotificationRequests(PendingCompletion completionHandler) {

@@ -16,8 +16,10 @@ namespace drovel::platform {
 
 class SimulatedUserNotificationCenter final : public UserNotificationCenter {
 public:
-    // Calls made from a job of mainQueue (may be empty) hand their completions over once that job
-    // has ended: a sync's thousands of adds then wake the centre's queue once, not once each.
+    // The completions of adds made from a job of mainQueue (may be empty) are handed over once
+    // that job has ended, or sooner when another call needs an answer: a set-up's thousands of adds
+    // then wake the centre's queue once, not once each. A main-queue job must not block waiting
+    // for an add's completion (the module never does; it may block for the other answers).
     explicit SimulatedUserNotificationCenter(std::shared_ptr<SimulatedDevice> device,
                                              std::shared_ptr<Queue> mainQueue = nullptr);
 
@@ -36,11 +38,14 @@ private:
     struct Outbox {
         std::mutex mutex;
         std::vector<std::function<void()>> completions;
-        bool draining = false;  // a drain is on its way or running
+        // idle: no drain; deferred: one starts when the main-queue job ends; queued: one is queued
+        // or running, and runs until the outbox is empty.
+        enum class State { idle, deferred, queued } state = State::idle;
     };
     static void drain(const std::shared_ptr<Outbox>& outbox);
-    // Queues the completion behind those of earlier calls.
-    void post(std::function<void()> completion);
+    // Queues the completion behind those of earlier calls; an add's may wait for the main-queue
+    // job to end.
+    void post(std::function<void()> completion, bool mayWait = false);
 
     std::shared_ptr<SimulatedDevice> device_;
     std::shared_ptr<DispatchQueue> queue_;
