@@ -16,7 +16,11 @@ void SimulatedUserNotificationCenter::post(std::function<void()> completion, boo
     {
         std::lock_guard lock(outbox_->mutex);
         outbox_->completions.push_back(std::move(completion));
-        if (outbox_->state == State::queued || (outbox_->state == State::deferred && mayWait)) return;
+        // A long burst hands over a batch now and then, so that the completions run alongside it.
+        constexpr std::size_t batch = 512;
+        if (outbox_->state == State::queued ||
+            (outbox_->state == State::deferred && mayWait && outbox_->completions.size() < batch))
+            return;
         deferring = outbox_->state == State::idle && mayWait && mainQueue_ && mainQueue_->isCurrent();
         outbox_->state = deferring ? State::deferred : State::queued;
     }

@@ -96,6 +96,9 @@ TEST_F(SimulatedPlatformTest, CompletionsComeInCallOrderAcrossAMainQueueBurst) {
         for (std::string id : {"a", "b"})
             center.add({id, {}, NotificationTrigger{CircularRegion{id, {40.0, -74.0}, 100, true, false}, false}},
                        [&, id](core::ErrorPtr error) { note("added " + id + (error ? " failed" : "")); });
+        // More than one batch of adds, shown at once.
+        for (int i = 0; i < 1200; ++i)
+            center.add({std::to_string(i), {}, std::nullopt}, [&, i](core::ErrorPtr) { note(std::to_string(i)); });
         // A job may block for an answer other than an add's, as the manager does for the settings.
         auto settings = std::make_shared<std::promise<void>>();
         center.getNotificationSettings([&, settings](NotificationSettings) {
@@ -109,10 +112,13 @@ TEST_F(SimulatedPlatformTest, CompletionsComeInCallOrderAcrossAMainQueueBurst) {
     center.getPendingNotificationRequests([&](auto requests) { note("pending " + std::to_string(requests.size())); });
     ASSERT_TRUE(pumpUntil([&] {
         std::lock_guard lock(mutex);
-        return order.size() == 4;
+        return order.size() == 1204;
     }));
     EXPECT_TRUE(answeredInJob);
-    EXPECT_EQ(order, (std::vector<std::string>{"added a", "added b", "settings", "pending 2"}));
+    std::vector<std::string> expected{"added a", "added b"};
+    for (int i = 0; i < 1200; ++i) expected.push_back(std::to_string(i));
+    expected.insert(expected.end(), {"settings", "pending 2"});
+    EXPECT_EQ(order, expected);
 }
 
 TEST_F(SimulatedPlatformTest, PositionRequestsAnswerFromTheDevice) {
