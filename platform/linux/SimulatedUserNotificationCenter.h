@@ -16,10 +16,11 @@ namespace drovel::platform {
 
 class SimulatedUserNotificationCenter final : public UserNotificationCenter {
 public:
-    // The completions of adds made from a job of mainQueue (may be empty) are handed over once
-    // that job has ended, or sooner when another call needs an answer: a set-up's thousands of adds
-    // then wake the centre's queue once, not once each. A main-queue job must not block waiting
-    // for an add's completion (the module never does; it may block for the other answers).
+    // The completions of adds made from a job of mainQueue (may be empty) are handed over in
+    // batches of 512, the rest once that job has ended or sooner when another call needs an
+    // answer: a set-up's thousands of adds wake the centre's queue a few times, not once each. A
+    // main-queue job must not block waiting for an add's completion (the module never does; it
+    // may block for the other answers).
     explicit SimulatedUserNotificationCenter(std::shared_ptr<SimulatedDevice> device,
                                              std::shared_ptr<Queue> mainQueue = nullptr);
 
