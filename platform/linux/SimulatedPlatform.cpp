@@ -34,7 +34,7 @@ core::Result<SimulatedPlatform> makeSimulatedPlatform(SimulatedPlatformOptions o
     simulated.locationProvider = std::make_shared<SimulatedLocationProvider>(simulatedDevice, platform.mainQueue);
     simulated.backgroundTaskScheduler = std::make_shared<HeadlessBackgroundTaskScheduler>();
 
-    platform.userNotificationCenter = std::make_shared<SimulatedUserNotificationCenter>(simulatedDevice);
+    platform.userNotificationCenter = std::make_shared<SimulatedUserNotificationCenter>(simulatedDevice, platform.mainQueue);
     platform.locationProvider = simulated.locationProvider;
     platform.application = simulated.application;
     platform.backgroundTaskScheduler = simulated.backgroundTaskScheduler;

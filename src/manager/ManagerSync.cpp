@@ -213,7 +213,7 @@ void Manager::doSyncAtPosition(bool force, std::optional<platform::Location> loc
         notifyConfig ? notifyConfig->defaultSiteSearchRadiusMeters : core::WrongSiteArrivalConfig::defaultSiteSearchRadius;
     fetchNotifications(
         force, location->coordinate.latitude, location->coordinate.longitude, radius,
-        [weak = weak_from_this(), callback](std::optional<std::vector<NotifyNotifications>>, core::ErrorPtr error) {
+        [weak = weak_from_this(), callback](const std::vector<NotifyNotifications>*, core::ErrorPtr error) {
             constexpr std::string_view function = "doSync(_:callback:)";
             if (error) {
                 managerLog().verbose("SyncDebug: fetchNotificatios() error " + error->description(),
@@ -255,7 +255,7 @@ void Manager::fetchNotifications(bool force, double latitude, double longitude, 
         managerLog().verbose("SyncDebug: Core is not configured", DROVEL_SOURCE(kManagerFile, function));
         auto error = makeNotifyError(NotifyErrorType::coreIsNotConfigured);
         logSdkErrorEvent(NotifyErrorType::coreIsNotConfigured, error);
-        if (callback) callback(std::nullopt, error);
+        if (callback) callback(nullptr, error);
         return;
     }
     const auto lastFetch = interactor_->lastFetch();
@@ -264,7 +264,7 @@ void Manager::fetchNotifications(bool force, double latitude, double longitude, 
         const double sinceLastFetch = std::chrono::duration<double>(platform_.clock->now() - *lastFetch).count();
         if (interactor_->kMinSyncInterval() >= sinceLastFetch) {
             managerLog().verbose("SyncDebug: fetchNotifications() success.", DROVEL_SOURCE(kManagerFile, function));
-            if (callback) callback(*interactor_->snapshot().notifications, nullptr);
+            if (callback) callback(interactor_->snapshot().notifications.get(), nullptr);
             return;
         }
     }
@@ -277,18 +277,18 @@ void Manager::fetchNotifications(bool force, double latitude, double longitude, 
                 managerLog().verbose("SyncDebug: fetchNotifications() failed with error " +
                                          result.error()->localizedDescription(),
                                      DROVEL_SOURCE(kManagerFile, function));
-                if (callback) callback(std::nullopt, result.error());
+                if (callback) callback(nullptr, result.error());
                 return;
             }
             auto self = weak.lock();
             if (!self) {
-                if (callback) callback(std::nullopt, nullptr);
+                if (callback) callback(nullptr, nullptr);
                 return;
             }
             self->interactor_->storeNotificationsResponse(std::move(result).value());
             self->interactor_->updateLastFetch(self->platform_.clock->now());
             managerLog().verbose("SyncDebug: fetchNotifications() success.", DROVEL_SOURCE(kManagerFile, function));
-            if (callback) callback(*self->interactor_->snapshot().notifications, nullptr);
+            if (callback) callback(self->interactor_->snapshot().notifications.get(), nullptr);
         });
 }
 

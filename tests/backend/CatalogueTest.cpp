@@ -6,7 +6,6 @@
 #include "drovel/core/JsonWriter.h"
 #include "drovel/notify/NotifyNotificationsResponse.h"
 #include "drovel/platform/Location.h"
-#include "support/RunCommand.h"
 #include "template/Render.h"
 #include "support/TempDirectory.h"
 
@@ -136,17 +135,6 @@ TEST(CatalogueTest, TheBundledCityCatalogueServesADownloadTheModuleDecodes) {
     ASSERT_TRUE(decoded) << decoded.error()->description();
     // Essex Junction lies beyond 5 km of the centre; everything else is served.
     EXPECT_EQ(decoded.value().included.sites->size(), 11u);
-    EXPECT_EQ(decoded.value().included.sites->front().id(), 1);
-    int beaconPairs = 0, deferred = 0, repeating = 0;
-    for (const auto& pair : decoded.value().data) beaconPairs += pair.siteID ? 0 : 1;
-    for (const auto& campaign : *decoded.value().included.campaigns) {
-        deferred += campaign.deferOnPickup();
-        repeating += campaign.repeatIntervalDays().has_value();
-    }
-    EXPECT_EQ(beaconPairs, 2);
-    EXPECT_EQ(deferred, 1);
-    EXPECT_EQ(repeating, 1);
-
     // Every text renders cleanly, whether the host gave its values or not.
     std::vector<std::string> texts;
     auto collect = [&](const notify::NotifyCampaignContent& content) {
@@ -167,10 +155,6 @@ TEST(CatalogueTest, TheBundledCityCatalogueServesADownloadTheModuleDecodes) {
         }
     }
 
-    // The command-line decoder agrees.
-    auto decode = testing::runCommand(testing::cliCommand({"decode", "-"}), answer);
-    EXPECT_EQ(decode.exitCode, 0) << decode.err;
-    EXPECT_NE(decode.out.find(R"("sites":11)"), std::string::npos) << decode.out;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The Notify database manager: versions, the forgiving walk past a failed migration, the file,
-// filtered statements and the shared instance.
+// The Notify database manager: the forgiving walk past a failed migration, filtered statements
+// and the shared instance (made once, in a folder it creates).
 
 #include <gtest/gtest.h>
 
@@ -22,28 +22,6 @@ using drovel::testing::logLines;
 using drovel::testing::ScopedLogCapture;
 using drovel::testing::TempDirectory;
 using Version = NotifyDBManager::MigrationVersion;
-
-TEST(NotifyDBManager, MigrationVersionsAndRawValues) {
-    for (Version version : NotifyDBManager::allMigrationVersions())
-        EXPECT_EQ(NotifyDBManager::migrationVersionFromRawValue(NotifyDBManager::rawValue(version)), version);
-    EXPECT_EQ(NotifyDBManager::rawValue(NotifyDBManager::allMigrationVersions().back()), 7);
-    for (long long raw : {0LL, 8LL, -1LL, 1LL << 40})
-        EXPECT_EQ(NotifyDBManager::migrationVersionFromRawValue(raw), std::nullopt) << raw;
-}
-
-TEST(NotifyDBManager, NeedsInitOnlyWhenTheFileWasMissing) {
-    TempDirectory directory;
-    const std::string path = directory.file("missing/folder/DrovelNotify.sqlite");
-    {
-        NotifyDBManager db(path, false);
-        EXPECT_TRUE(db.needsInit());
-        EXPECT_EQ(db.dbManager().dbVersion(), 0);
-    }
-    EXPECT_TRUE(std::filesystem::exists(path));
-    NotifyDBManager db(path, true);
-    EXPECT_FALSE(db.needsInit());
-    EXPECT_EQ(db.dbManager().dbVersion(), 7);
-}
 
 // A failing statement skips the rest of its version and leaves dbVersion, with no rollback of the
 // statements before it; the next versions still run and move dbVersion past the failed one.

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <thread>
 #include <vector>
 
 #include "drovel/notify/LoadedCampaigns.h"
@@ -85,29 +84,6 @@ TEST(NotifyCampaignDateInterval, IsComputedOnceAndKeptByCopies) {
     NotifyCampaign copy = *first;
     EXPECT_EQ(epoch(copy.dateInterval()->start), 1709251200);
     EXPECT_EQ(epoch(campaign("2024-03-01", "2024-03-01").dateInterval()->start), 1709251200 - 9 * 3600);
-}
-
-TEST(NotifyCampaignDateInterval, ManyThreadsSeeOneValue) {
-    TimeZone zone("UTC");
-    auto shared = campaign("2024-03-01", "2024-03-31");
-    std::vector<std::optional<DateInterval>> seen(8);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < seen.size(); ++i)
-        threads.emplace_back([&, i] { seen[i] = shared.dateInterval(); });
-    for (auto& thread : threads) thread.join();
-    for (const auto& value : seen) {
-        ASSERT_TRUE(value.has_value());
-        EXPECT_EQ(epoch(value->start), 1709251200);
-        EXPECT_EQ(epoch(value->end), 1711929599);
-    }
-}
-
-TEST(DateInterval, ContainsBothEnds) {
-    DateInterval interval{Date(seconds(100)), Date(seconds(200))};
-    EXPECT_TRUE(interval.contains(Date(seconds(100))));
-    EXPECT_TRUE(interval.contains(Date(seconds(200))));
-    EXPECT_FALSE(interval.contains(Date(seconds(200)) + microseconds(1)));
-    EXPECT_FALSE(interval.contains(Date(seconds(99))));
 }
 
 TEST(NotifySiteLocationCoordinate, ReadsWholeNumberTextsOnly) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "SimulatedDeviceTestSupport.h"
 #include "linux/HeadlessApplication.h"
 #include "linux/HeadlessBackgroundTaskScheduler.h"
 #include "linux/LinuxPlatform.h"
@@ -15,28 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::TempDirectory;
-
-// Records the reports of a location provider.
-class RecordingDelegate : public LocationProviderDelegate {
-public:
-    void locationManager(LocationProvider&, const std::vector<Location>&) override { reports.push_back("locations"); }
-    void locationManager(LocationProvider&, core::ErrorPtr error) override {
-        reports.push_back("failure " + error->description());
-    }
-    void locationManager(LocationProvider&, const std::vector<Beacon>&, const BeaconIdentityConstraint&) override {
-        reports.push_back("range");
-    }
-    void locationManager(LocationProvider&, const BeaconIdentityConstraint& constraint, core::ErrorPtr error) override {
-        reports.push_back("ranging failure " + constraint.uuid + " " + error->description());
-    }
-    void locationManager(LocationProvider&, const std::vector<Beacon>&, const BeaconRegion&) override {
-        reports.push_back("region range");
-    }
-    void locationManager(LocationProvider&, const BeaconRegion& region, core::ErrorPtr error) override {
-        reports.push_back("region ranging failure " + region.identifier);
-    }
-    std::vector<std::string> reports;
-};
 
 TEST(LinuxPlatformTest, BuildsEverySeamAndItsFolders) {
     TempDirectory directory;
@@ -90,17 +69,16 @@ TEST(LinuxPlatformTest, WithoutADeviceNothingIsAuthorisedOrScheduled) {
     EXPECT_FALSE(location.locationServicesEnabled());
     EXPECT_EQ(location.authorizationStatus(), AuthorizationStatus::notDetermined);
     EXPECT_FALSE(location.isRangingAvailable());
-    auto delegate = std::make_shared<RecordingDelegate>();
+    auto delegate = std::make_shared<simulated::ReportLog>();
     location.setDelegate(delegate);
     location.requestLocation();
-    location.startRangingBeacons(BeaconIdentityConstraint{"E2C56DB5-DFFB-48D2-B060-D0F5A71096E0", std::nullopt, std::nullopt});
-    EXPECT_TRUE(delegate->reports.empty());  // reports never arrive inside the call
+    location.startRangingBeacons(BeaconIdentityConstraint{simulated::kUUID, std::nullopt, std::nullopt});
+    EXPECT_TRUE(delegate->failures.empty());  // reports never arrive inside the call
     platform.mainQueue->drain();
-    EXPECT_EQ(delegate->reports,
-              (std::vector<std::string>{
-                  "failure The operation couldn\u2019t be completed. (kCLErrorDomain error 0.)",
-                  "ranging failure E2C56DB5-DFFB-48D2-B060-D0F5A71096E0 The operation couldn\u2019t be completed. "
-                  "(kCLErrorDomain error 16.)"}));
+    EXPECT_TRUE(delegate->positions.empty() && delegate->ranges.empty());
+    EXPECT_EQ(delegate->failures, (std::vector<std::string>{
+                                      "The operation couldn\u2019t be completed. (kCLErrorDomain error 0.)",
+                                      "The operation couldn\u2019t be completed. (kCLErrorDomain error 16.)"}));
 
     // A delegate that is gone gets nothing.
     location.requestLocation();

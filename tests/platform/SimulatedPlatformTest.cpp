@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <mutex>
 
 #include "drovel/platform/NotificationCenter.h"
 #include "SimulatedDeviceTestSupport.h"
@@ -13,44 +14,6 @@ namespace {
 using namespace std::chrono_literals;
 using namespace simulated;
 using testing::TempDirectory;
-
-// Keeps the reports of the location service with the device time they arrived at.
-class ReportLog : public LocationProviderDelegate {
-public:
-    explicit ReportLog(std::shared_ptr<SimulatedDevice> device) : device_(std::move(device)) {}
-
-    void locationManager(LocationProvider&, const std::vector<Location>& locations) override {
-        positions.push_back(locations);
-    }
-    void locationManager(LocationProvider&, core::ErrorPtr error) override { failures.push_back(error->description()); }
-    void locationManager(LocationProvider& provider, const std::vector<Beacon>& beacons,
-                         const BeaconIdentityConstraint& constraint) override {
-        ranges.push_back({beacons, device_->now()});
-        if (stopAfter && ranges.size() >= *stopAfter) provider.stopRangingBeacons(constraint);
-    }
-    void locationManager(LocationProvider&, const BeaconIdentityConstraint&, core::ErrorPtr error) override {
-        failures.push_back(error->description());
-    }
-    void locationManager(LocationProvider& provider, const std::vector<Beacon>& beacons, const BeaconRegion& region) override {
-        ranges.push_back({beacons, device_->now()});
-        provider.stopRangingBeacons(region);
-    }
-    void locationManager(LocationProvider&, const BeaconRegion&, core::ErrorPtr error) override {
-        failures.push_back(error->description());
-    }
-
-    struct Range {
-        std::vector<Beacon> beacons;
-        Date at;
-    };
-    std::vector<std::vector<Location>> positions;
-    std::vector<Range> ranges;
-    std::vector<std::string> failures;
-    std::optional<std::size_t> stopAfter;
-
-private:
-    std::shared_ptr<SimulatedDevice> device_;
-};
 
 class SimulatedPlatformTest : public ::testing::Test {
 protected:
@@ -101,17 +64,11 @@ TEST_F(SimulatedPlatformTest, EverySeamIsTheDevicesOwn) {
 }
 
 TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
+    // Adds and the pending list: CompletionsComeInCallOrderAcrossAMainQueueBurst.
     auto& center = *simulated.platform.userNotificationCenter;
-    const NotificationRequest request{"drovel.notify 7", {},
-                                      NotificationTrigger{CircularRegion{"drovel.notify 7", {40.0, -74.0}, 100, true, false}, false}};
-    std::promise<core::ErrorPtr> added;
-    center.add(request, [&](core::ErrorPtr error) { added.set_value(error); });
-    EXPECT_EQ(added.get_future().get(), nullptr);
-
-    std::promise<std::vector<NotificationRequest>> pending;
-    center.getPendingNotificationRequests([&](auto requests) { pending.set_value(std::move(requests)); });
-    EXPECT_EQ(pending.get_future().get(), std::vector<NotificationRequest>{request});
-    center.removePendingNotificationRequests({"drovel.notify 7"});
+    ASSERT_EQ(device->addRequest({"7", {}, NotificationTrigger{CircularRegion{"7", {40.0, -74.0}, 100, true, false}, false}}),
+              nullptr);
+    center.removePendingNotificationRequests({"7"});
     EXPECT_TRUE(device->pendingRequests().empty());
 
     device->apply(changing(&SimulatedDeviceSettings::notifications, NotificationAuthorizationStatus::notDetermined));
@@ -122,6 +79,46 @@ TEST_F(SimulatedPlatformTest, TheNotificationCentreAnswersFromTheDevice) {
     center.requestAuthorization({true, true, true, false}, [&](bool ok, core::ErrorPtr) { granted.set_value(ok); });
     EXPECT_TRUE(granted.get_future().get());
     EXPECT_EQ(device->notificationAuthorization(), NotificationAuthorizationStatus::authorized);
+}
+
+// A set-up adds thousands of requests from one main-queue job; their completions may be handed
+// over in a batch, but never out of order with a later call from another thread, and never lost.
+TEST_F(SimulatedPlatformTest, CompletionsComeInCallOrderAcrossAMainQueueBurst) {
+    auto& center = *simulated.platform.userNotificationCenter;
+    std::mutex mutex;
+    std::vector<std::string> order;
+    auto note = [&](std::string text) {
+        std::lock_guard lock(mutex);
+        order.push_back(std::move(text));
+    };
+    bool jobRan = false, answeredInJob = false;
+    simulated.platform.mainQueue->async([&] {
+        for (std::string id : {"a", "b"})
+            center.add({id, {}, NotificationTrigger{CircularRegion{id, {40.0, -74.0}, 100, true, false}, false}},
+                       [&, id](core::ErrorPtr error) { note("added " + id + (error ? " failed" : "")); });
+        // More than one batch of adds, shown at once.
+        for (int i = 0; i < 1200; ++i)
+            center.add({std::to_string(i), {}, std::nullopt}, [&, i](core::ErrorPtr) { note(std::to_string(i)); });
+        // A job may block for an answer other than an add's, as the manager does for the settings.
+        auto settings = std::make_shared<std::promise<void>>();
+        center.getNotificationSettings([&, settings](NotificationSettings) {
+            note("settings");
+            settings->set_value();
+        });
+        answeredInJob = settings->get_future().wait_for(60s) == std::future_status::ready;
+        jobRan = true;
+    });
+    ASSERT_TRUE(pumpUntil([&] { return jobRan; }));
+    center.getPendingNotificationRequests([&](auto requests) { note("pending " + std::to_string(requests.size())); });
+    ASSERT_TRUE(pumpUntil([&] {
+        std::lock_guard lock(mutex);
+        return order.size() == 1204;
+    }));
+    EXPECT_TRUE(answeredInJob);
+    std::vector<std::string> expected{"added a", "added b"};
+    for (int i = 0; i < 1200; ++i) expected.push_back(std::to_string(i));
+    expected.insert(expected.end(), {"settings", "pending 2"});
+    EXPECT_EQ(order, expected);
 }
 
 TEST_F(SimulatedPlatformTest, PositionRequestsAnswerFromTheDevice) {

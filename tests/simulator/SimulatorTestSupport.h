@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/RunCommand.h"
@@ -43,42 +44,57 @@ inline std::vector<std::string> matching(const std::vector<std::string>& all, st
     return found;
 }
 
-// `drovel-notify backend` in a child process, on a free port, until destroyed.
+// `drovel-notify backend --catalogue FILE --port 0 [arguments]` in a child process, on a free
+// port, until terminated or destroyed.
 class BackendProcess {
 public:
-    BackendProcess(const std::string& catalogue, const std::string& eventsPath, int failUploads) {
+    explicit BackendProcess(const std::string& catalogue, std::vector<std::string> arguments = {}) {
         int fds[2];
         if (::pipe(fds) != 0) return;
+        arguments.insert(arguments.begin(), {"drovel-notify", "backend", "--catalogue", catalogue, "--port", "0"});
         pid_ = ::fork();
         if (pid_ == 0) {
             ::dup2(fds[1], STDOUT_FILENO);
             ::close(fds[0]);
-            const std::string fail = std::to_string(failUploads);
-            ::execl(DROVEL_CLI_PATH, "drovel-notify", "backend", "--catalogue", catalogue.c_str(), "--port", "0", "--events",
-                    eventsPath.c_str(), "--fail-uploads", fail.c_str(), static_cast<char*>(nullptr));
+            std::vector<char*> argv;
+            for (auto& argument : arguments) argv.push_back(argument.data());
+            argv.push_back(nullptr);
+            ::execv(DROVEL_CLI_PATH, argv.data());
             ::_exit(127);
         }
         ::close(fds[1]);
         out_ = ::fdopen(fds[0], "r");
-        char buffer[4096];
-        const std::string banner = std::fgets(buffer, sizeof buffer, out_) ? buffer : "";
+        banner_ = readLine();
         constexpr std::string_view prefix = "Sample backend listening on ";
-        if (banner.rfind(prefix, 0) == 0) url_ = banner.substr(prefix.size(), banner.find(' ', prefix.size()) - prefix.size());
+        if (banner_.rfind(prefix, 0) == 0) url_ = banner_.substr(prefix.size(), banner_.find(' ', prefix.size()) - prefix.size());
     }
+    BackendProcess(const std::string& catalogue, const std::string& eventsPath, int failUploads)
+        : BackendProcess(catalogue, {"--events", eventsPath, "--fail-uploads", std::to_string(failUploads)}) {}
     ~BackendProcess() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            int status = 0;
-            ::waitpid(pid_, &status, 0);
-        }
+        terminate();
         if (out_) std::fclose(out_);
     }
+
+    const std::string& banner() const { return banner_; }
     const std::string& url() const { return url_; }
+    // The next line the backend printed; empty at its end.
+    std::string readLine() {
+        char buffer[4096];
+        return out_ && std::fgets(buffer, sizeof buffer, out_) ? std::string(buffer) : std::string();
+    }
+    // Sends SIGTERM and gives the wait status (-1 when there is no process).
+    int terminate() {
+        if (pid_ <= 0) return -1;
+        int status = -1;
+        ::kill(pid_, SIGTERM);
+        ::waitpid(std::exchange(pid_, -1), &status, 0);
+        return status;
+    }
 
 private:
     pid_t pid_ = -1;
     std::FILE* out_ = nullptr;
-    std::string url_;
+    std::string banner_, url_;
 };
 
 inline std::string readFile(const std::string& path) {

@@ -125,7 +125,9 @@ void BackendServer::route() {
         auto radius = queryNumber(request, response, "radius", 0, 2.1e7);
         if (!radius) return;
         DownloadSummary summary;
-        response.set_content(options_.catalogue.notificationsResponse(*centre, *radius, &summary), kJsonType);
+        // Moved in rather than copied by set_content: the answer may be megabytes.
+        response.body = options_.catalogue.notificationsResponse(*centre, *radius, &summary);
+        response.set_header("Content-Type", kJsonType);
         logNote = std::to_string(summary.sites) + " sites, " + std::to_string(summary.pairs) + " pairs, " +
                   std::to_string(summary.campaigns) + " campaigns";
     });

@@ -213,41 +213,58 @@ std::string Catalogue::notificationsResponse(core::LocationCoordinate centre, do
     auto sites = sitesWithin(centre, radius);
     std::unordered_set<std::int64_t> siteIDs, campaignIDs;
     for (const auto& [site, distance] : sites) siteIDs.insert(site->id);
-
-    core::JsonWriter json;
-    json.beginObject();
-    json.key("min_sync_interval_seconds").value(static_cast<long long>(minSyncIntervalSeconds_));
-    json.key("data").beginArray();
-    std::size_t pairs = 0;
+    std::vector<const CatalogueNotification*> pairs;
+    std::size_t bytes = 256;
     for (const auto& pair : notifications_) {
         if (pair.siteID && !siteIDs.count(*pair.siteID)) continue;
-        ++pairs;
+        pairs.push_back(&pair);
         campaignIDs.insert(pair.campaignID);
-        json.beginObject();
-        json.key("campaign_id").value(static_cast<long long>(pair.campaignID));
-        json.key("site_id");
-        if (pair.siteID) json.value(static_cast<long long>(*pair.siteID));
-        else json.null();
-        json.key("content").raw(pair.contentJson);
-        json.endObject();
+        bytes += pair.contentJson.size() + 64;
     }
-    json.endArray();
-    json.key("included").beginObject();
-    json.key("campaigns").beginArray();
-    std::size_t campaigns = 0;
+    std::vector<std::string_view> campaigns;
     for (const auto& campaign : campaigns_) {
         if (!campaignIDs.count(campaign.id)) continue;
-        ++campaigns;
-        json.raw(campaign.json);
+        campaigns.push_back(campaign.json);
+        bytes += campaign.json.size() + 1;
     }
-    json.endArray();
-    json.key("sites").beginArray();
-    for (const auto& [site, distance] : sites) writeSite(json, *site, distance);
-    json.endArray();
-    json.endObject();
-    json.endObject();
-    if (summary) *summary = {sites.size(), pairs, campaigns};
-    return json.take();
+    core::JsonWriter sitesJson;
+    sitesJson.beginArray();
+    for (const auto& [site, distance] : sites) writeSite(sitesJson, *site, distance);
+    sitesJson.endArray();
+    bytes += sitesJson.str().size();
+
+    // Megabytes for a large catalogue: written into room reserved once, the stored texts copied
+    // as they are.
+    std::string out;
+    out.reserve(bytes);
+    auto number = [&out](std::int64_t value) {
+        char buffer[24];
+        out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
+    };
+    out += R"({"min_sync_interval_seconds":)";
+    number(minSyncIntervalSeconds_);
+    out += R"(,"data":[)";
+    for (const CatalogueNotification* pair : pairs) {
+        if (pair != pairs.front()) out += ',';
+        out += R"({"campaign_id":)";
+        number(pair->campaignID);
+        out += R"(,"site_id":)";
+        if (pair->siteID) number(*pair->siteID);
+        else out += "null";
+        out += R"(,"content":)";
+        out += pair->contentJson;
+        out += '}';
+    }
+    out += R"(],"included":{"campaigns":[)";
+    for (std::size_t i = 0; i < campaigns.size(); ++i) {
+        if (i) out += ',';
+        out += campaigns[i];
+    }
+    out += R"(],"sites":)";
+    out += sitesJson.str();
+    out += "}}";
+    if (summary) *summary = {sites.size(), pairs.size(), campaigns.size()};
+    return out;
 }
 
 std::string Catalogue::sitesResponse(core::LocationCoordinate centre, double radius, std::size_t page,

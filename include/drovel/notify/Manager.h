@@ -139,8 +139,10 @@ public:
 
 private:
     using DoSyncCallback = std::function<void(bool success, core::ErrorPtr error)>;
+    // The notifications are the interactor's, lent for the call (none on failure): a copy of a
+    // download's thousands of records would cost more than the sync's own work on them.
     using FetchCallback =
-        std::function<void(std::optional<std::vector<NotifyNotifications>> notifications, core::ErrorPtr error)>;
+        std::function<void(const std::vector<NotifyNotifications>* notifications, core::ErrorPtr error)>;
     using LocationCallback = std::function<void(std::optional<platform::Location> location)>;
 
     Manager(platform::Platform platform, std::shared_ptr<core::Core> core, std::shared_ptr<NotifyDBManager> database);
