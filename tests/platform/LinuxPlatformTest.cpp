@@ -3,6 +3,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <future>
 
 #include "SimulatedDeviceTestSupport.h"
 #include "linux/HeadlessApplication.h"
@@ -129,11 +130,13 @@ TEST(HeadlessBackgroundTaskSchedulerTest, LaunchesRegisteredTasksOnItsQueue) {
     EXPECT_EQ(scheduler.launch("unregistered"), nullptr);
 
     std::atomic<bool> expired{false};
+    std::promise<void> launched;  // the handler runs on the scheduler's queue
     ASSERT_TRUE(scheduler.registerForTask("refresh", [&](std::shared_ptr<BackgroundTask> task) {
         task->setExpirationHandler([&, task] {
             expired = true;
             task->setTaskCompleted(false);
         });
+        launched.set_value();
     }));
     EXPECT_FALSE(scheduler.registerForTask("refresh", [](std::shared_ptr<BackgroundTask>) {}));
     EXPECT_EQ(scheduler.submit({"refresh", BackgroundTaskKind::appRefresh, Date(std::chrono::seconds(100))}), nullptr);
@@ -142,6 +145,7 @@ TEST(HeadlessBackgroundTaskSchedulerTest, LaunchesRegisteredTasksOnItsQueue) {
     auto task = scheduler.launch("refresh");
     ASSERT_TRUE(task);
     EXPECT_TRUE(scheduler.pendingRequests().empty());
+    ASSERT_EQ(launched.get_future().wait_for(30s), std::future_status::ready);
     EXPECT_EQ(task->waitForCompletion(50ms), std::nullopt);
     task->expire();
     EXPECT_EQ(task->waitForCompletion(5s), false);
