@@ -9,7 +9,6 @@
 #include <type_traits>
 
 #include "manager/CampaignRequestBuilder.h"
-#include "support/FakeUserDefaults.h"
 #include "template/Render.h"
 
 using namespace drovel;
@@ -186,37 +185,6 @@ TEST(CampaignTextRenderer, GivesWhatTheEngineGivesWhateverWasRenderedBefore) {
     EXPECT_EQ(counting.engineRenderings(), 1u);
 }
 
-TEST(CampaignTextRenderer, ReadsTheStoredCustomTemplateContent) {
-    auto bytes = [](std::string text) { return platform::DefaultsValue(platform::DefaultsBytes(text.begin(), text.end())); };
-    struct Case {
-        const char* label;
-        std::optional<platform::DefaultsValue> stored;
-        std::string greeting;  // "Hi {{ app.name }}"
-    };
-    const Case cases[] = {
-        {"absent", std::nullopt, "Hi "},
-        {"object of strings", bytes(R"({"name":"Ann","x":"y"})"), "Hi Ann"},
-        {"not JSON", bytes("{\"name\":"), "Hi "},
-        {"a value that is not text", bytes(R"({"name":"Ann","age":5})"), "Hi "},
-        {"an array", bytes(R"(["Ann"])"), "Hi "},
-        {"text instead of data", platform::DefaultsValue(R"({"name":"Ann"})"), "Hi "},
-    };
-    for (const auto& c : cases) {
-        drovel::testing::FakeUserDefaults defaults;
-        if (c.stored) defaults.set("DrovelNotify.customTemplateContent", *c.stored);
-        CampaignTextRenderer renderer(storedCustomTemplateContent(defaults));
-        EXPECT_EQ(renderer.render("Hi {{ app.name }}"), c.greeting) << c.label;
-        // A reference alone renders empty and is shown as written.
-        if (c.greeting == "Hi ") {
-            EXPECT_EQ(renderer.render("{{ app.name }}"), "{{ app.name }}") << c.label;
-        }
-    }
-    auto context = makeRenderingContext({{"name", "Ann"}});
-    EXPECT_EQ(context->variables.size(), 1u);
-    EXPECT_TRUE(context->counters.empty());
-    EXPECT_TRUE(context->groups.empty());
-}
-
 TEST(CampaignRequests, TriggerHistoryHoldsBackForWholeDaysOrForever) {
     const long long hour = 3600, now = 1'000'000'000;
     constexpr auto huge = std::numeric_limits<std::int64_t>::max();
@@ -297,17 +265,6 @@ TEST(CampaignRequests, SetUpBuildsOneRequestPerUsablePairInOrder) {
     EXPECT_EQ(fetches, (std::map<std::int64_t, int>{{1, 1}, {2, 1}, {3, 1}, {4, 1}, {5, 1}, {6, 1}}));
 
     EXPECT_TRUE(campaignNotificationRequests({}, sites, pairs, fetch, at(1000), {}).empty());
-}
-
-TEST(CampaignRequests, RegionTypeFiltersKeepTheOrder) {
-    std::vector<NotifyCampaign> campaigns{beacon(1), geofence(2), beacon(3), geofence(4)};
-    auto ids = [](const std::vector<const NotifyCampaign*>& list) {
-        std::vector<std::int64_t> out;
-        for (const auto* campaign : list) out.push_back(campaign->id());
-        return out;
-    };
-    EXPECT_EQ(ids(geofenceCampaigns(campaigns)), (std::vector<std::int64_t>{2, 4}));
-    EXPECT_EQ(ids(beaconCampaigns(campaigns)), (std::vector<std::int64_t>{1, 3}));
 }
 
 TEST(CampaignRequests, KeyOfAnAddedRequest) {

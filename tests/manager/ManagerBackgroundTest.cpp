@@ -12,17 +12,9 @@ using drovel::testing::ScopedLogCapture;
 constexpr const char* kTask = "com.example.app.refresh";
 
 struct Background : Harness {
-    Background() {
-        manager().configure(kTask, [this](core::ErrorPtr error) {
-            std::lock_guard lock(mutex);
-            bgSyncErrors.push_back(error);
-        });
-    }
-    std::vector<core::ErrorPtr> errors() {
-        std::lock_guard lock(mutex);
-        return bgSyncErrors;
-    }
-    std::vector<core::ErrorPtr> bgSyncErrors;
+    Background() { manager().configure(kTask, bgSyncs.callback()); }
+    std::vector<core::ErrorPtr> errors() { return bgSyncs.all(); }
+    Reports bgSyncs;
 };
 
 TEST(ManagerBackgroundTest, TheRefreshTaskCompletesSuccessfullyAlsoWhenItsSyncFails) {

@@ -77,20 +77,16 @@ TEST(ManagerCampaignsTest, ASyncSchedulesEveryPairWithRenderedTexts) {
 TEST(ManagerCampaignsTest, TriggerHistoryHoldsACampaignBackUntilItsIntervalOrAForcedSync) {
     CampaignsHarness h;
     const auto now = h.fake.clock->now();
-    // Campaign 7 (two sites) repeats daily, 8 has no interval, 9 (the area request) has no events.
+    // Campaign 7 (two sites) repeats daily, 8 has no interval, 9 (the area request) has no events. The
+    // rule itself is in CampaignRequestBuilderTest; this checks that each campaign's stored events are read.
     struct Case {
         const char* name;
         std::vector<NotifyTriggerEvent> events;
         std::vector<std::string> scheduled;
     };
     const Case cases[] = {
-        {"within the interval", {NotifyTriggerEvent(now - 23h, 7, 10)}, {std::string(kBeaconArea), std::string(kBeaconSite)}},
         {"after the interval", {NotifyTriggerEvent(now - 25h, 7, 10)},
          {std::string(kBeaconArea), std::string(kBeaconSite), std::string(kGeofence10), std::string(kGeofence11)}},
-        {"the latest event counts", {NotifyTriggerEvent(now - 25h, 7, 10), NotifyTriggerEvent(now - 1h, 7, 11)},
-         {std::string(kBeaconArea), std::string(kBeaconSite)}},
-        {"no interval, long ago", {NotifyTriggerEvent(now - 24h * 300, 8, std::nullopt)},
-         {std::string(kBeaconArea), std::string(kGeofence10), std::string(kGeofence11)}},
         {"each campaign by its own events",
          {NotifyTriggerEvent(now - 24h * 300, 8, std::nullopt), NotifyTriggerEvent(now - 1h, 7, 10),
           NotifyTriggerEvent(now - 24h * 300, 7, 11)},
@@ -116,6 +112,7 @@ TEST(ManagerCampaignsTest, AFailedAddIsLoggedRecordedAndNotRemembered) {
     h.fake.userNotificationCenter->failAdds(std::string(kGeofence11), error);
     const auto sdkErrorsBefore = logs->count("SyncDebug: Logging SDK error events");
     h.setUpAgain(4);
+    EXPECT_TRUE(logs->contains("Orders Updated 0"));
 
     auto failed = h.fake.userNotificationCenter->addedRequests().back();
     for (const auto& request : h.fake.userNotificationCenter->addedRequests())
@@ -199,61 +196,3 @@ TEST(ManagerCampaignsTest, NothingIsDetectedBeforeASetUp) {
 }  // namespace
 }  // namespace drovel::notify::test
 
-namespace drovel::notify::test {
-namespace {
-
-// A phone's day on the fakes: campaigns scheduled, a geofence and a beacon notification fired, a
-// tap, and the host's site notifications.
-TEST(ManagerCampaignsTest, EndToEnd) {
-    CampaignsHarness h;
-    ASSERT_EQ(h.fake.userNotificationCenter->pending().size(), 4u);
-    EXPECT_EQ(pendingNamed(h, kGeofence10)->content.title, "Hi Ann");
-
-    auto tapped = h.fake.userNotificationCenter->deliver(kGeofence10);
-    ASSERT_TRUE(tapped);
-    ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
-    bool done = false;
-    h.manager().sync(false, [&](core::ErrorPtr) { done = true; });
-    ASSERT_TRUE(h.pumpUntil([&] { return !h.fake.locationProvider->rangedConstraints().empty(); }));
-    platform::Beacon beacon;
-    beacon.uuid = h.fake.locationProvider->rangedConstraints()[0].uuid;
-    beacon.minor = 5;
-    h.fake.locationProvider->reportRange({beacon}, h.fake.locationProvider->rangedConstraints()[0]);
-    ASSERT_TRUE(h.pumpUntil([&] { return done; }));
-    std::map<std::int64_t, std::string> sitesByCampaign;
-    for (const auto& event : h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered))
-        sitesByCampaign[*event.campaignID()] = event.params().at("site_id");
-    EXPECT_EQ(sitesByCampaign, (std::map<std::int64_t, std::string>{{7, "10"}, {8, "12"}}));
-
-    h.fake.application->setApplicationState(platform::ApplicationState::background);
-    platform::NotificationResponse response;
-    response.request = *tapped;
-    EXPECT_EQ(h.manager().handle(response), (std::map<std::string, std::string>{{"tier", "gold"}}));
-    h.fake.mainQueue->drain();
-    EXPECT_EQ(h.fake.application->openedURLs(), std::vector<std::string>{"shop://deal/Ann"});
-    EXPECT_EQ(h.syncAndWait(false), nullptr);
-    auto clicks = h.analyticsEvents(NotifyAnalyticsEventType::notificationClicked);
-    ASSERT_EQ(clicks.size(), 1u);
-    EXPECT_EQ(clicks[0].campaignID(), 7);
-
-    h.manager().configure(std::nullopt, nullptr);
-    core::Site site;
-    site.geofence = core::Geofence{52.2, 4.4, 80};
-    std::atomic<int> reports{0};
-    for (std::int64_t id : {1, 2}) {
-        site.id = id;
-        h.manager().createForSites({site}, NotificationInfo("Hi", "There", std::nullopt), [&](core::ErrorPtr error) {
-            EXPECT_EQ(error, nullptr);
-            ++reports;
-        });
-        ASSERT_TRUE(h.pumpUntil([&] { return reports == id; }));
-        h.settleCentre();
-    }
-    auto pending = h.fake.userNotificationCenter->pendingIdentifiers();
-    EXPECT_EQ(std::count(pending.begin(), pending.end(), "drovel.notify 2"), 1);
-    EXPECT_EQ(std::count(pending.begin(), pending.end(), "drovel.notify 1"), 0);
-    EXPECT_EQ(pending.size(), 3u);  // and the two campaign requests that did not fire
-}
-
-}  // namespace
-}  // namespace drovel::notify::test

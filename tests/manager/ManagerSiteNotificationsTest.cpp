@@ -18,22 +18,6 @@ core::Site siteAt(std::int64_t id, std::optional<core::Geofence> geofence = core
 
 const NotificationInfo kInfo("Welcome", "Your order is ready", std::nullopt);
 
-// Runs createForSites until its first report; the reports so far.
-struct Reports {
-    std::mutex mutex;
-    std::vector<core::ErrorPtr> errors;
-    std::size_t size() {
-        std::lock_guard lock(mutex);
-        return errors.size();
-    }
-    Manager::Callback callback() {
-        return [this](core::ErrorPtr error) {
-            std::lock_guard lock(mutex);
-            errors.push_back(error);
-        };
-    }
-};
-
 TEST(ManagerSiteNotificationsTest, TheChecksComeInOrderAndAreRecorded) {
     struct Case {
         const char* name;

@@ -54,11 +54,11 @@ TEST(ManagerSyncTest, AnUnforcedSyncOnTheSameDayIsSkippedAndAForcedOneFetches) {
     EXPECT_TRUE(logs->contains("SyncDebug: doSync() callback result: false error: nil"));
     EXPECT_EQ(h.manager().lastSync(), earlierToday);
     EXPECT_EQ(h.notificationsRequests(), 0u);
-    EXPECT_EQ(h.triggerEventCount(), 1u);
+    EXPECT_EQ(h.triggerEvents().size(), 1u);
 
     auto forcedError = h.syncAndWait(true);
     EXPECT_EQ(forcedError, nullptr) << forcedError->description();
-    EXPECT_EQ(h.triggerEventCount(), 0u);
+    EXPECT_TRUE(h.triggerEvents().empty());
     EXPECT_EQ(h.notificationsRequests(), 1u);
     EXPECT_EQ(h.manager().lastSync(), h.fake.clock->now());
     EXPECT_EQ(date(*h.fake.userDefaults, UserDefaultsKey::lastSync), h.fake.clock->now());
