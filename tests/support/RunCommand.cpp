@@ -37,7 +37,7 @@ std::string shellQuote(const std::string& argument) {
     return quoted + "'";
 }
 
-std::string cliCommand(std::initializer_list<std::string> arguments) {
+std::string cliCommand(const std::vector<std::string>& arguments) {
     std::string command = shellQuote(DROVEL_CLI_PATH);
     for (const auto& argument : arguments) command += " " + shellQuote(argument);
     return command;
