@@ -8,7 +8,6 @@
 namespace drovel::notify::test {
 namespace {
 
-using drovel::testing::ScopedLogCapture;
 using platform::UserInfo;
 
 constexpr std::string_view kGeofence10 = "drovel.notify.v2 geofence_approach 7 10";
@@ -106,27 +105,25 @@ TEST(ManagerCampaignsTest, TriggerHistoryHoldsACampaignBackUntilItsIntervalOrAFo
 }
 
 TEST(ManagerCampaignsTest, AFailedAddIsLoggedRecordedAndNotRemembered) {
-    ScopedLogCapture logs;
     CampaignsHarness h;
     auto error = std::make_shared<platform::UserNotificationError>(platform::UserNotificationError::Code::notificationsNotAllowed);
     h.fake.userNotificationCenter->failAdds(std::string(kGeofence11), error);
-    const auto sdkErrorsBefore = logs->count("SyncDebug: Logging SDK error events");
+    const auto sdkErrorsBefore = h.logs->count("SyncDebug: Logging SDK error events");
     h.setUpAgain(4);
-    EXPECT_TRUE(logs->contains("Orders Updated 0"));
+    EXPECT_TRUE(h.logs->contains("Orders Updated 0"));
 
     auto failed = h.fake.userNotificationCenter->addedRequests().back();
     for (const auto& request : h.fake.userNotificationCenter->addedRequests())
         if (request.identifier == kGeofence11) failed = request;
-    EXPECT_TRUE(logs->contains("Failed to add notification request " + failed.description() +
+    EXPECT_TRUE(h.logs->contains("Failed to add notification request " + failed.description() +
                                ", with error: Notifications are not allowed for this application"));
-    EXPECT_EQ(logs->count("SyncDebug: Logging SDK error events"), sdkErrorsBefore + 1);
+    EXPECT_EQ(h.logs->count("SyncDebug: Logging SDK error events"), sdkErrorsBefore + 1);
     ASSERT_TRUE(h.pumpUntil([&] { return loadedCampaigns(*h.fake.userDefaults).has_value(); }));
     EXPECT_EQ(loadedCampaigns(*h.fake.userDefaults)->store,
               (std::map<std::int64_t, std::vector<std::int64_t>>{{7, {10}}, {8, {}}, {9, {}}}));
 }
 
 TEST(ManagerCampaignsTest, AFiredGeofenceRequestIsLoggedWithItsSiteAtTheNextSync) {
-    ScopedLogCapture logs;
     CampaignsHarness h;
     ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kGeofence10));
     // Not due again today: the sync only detects.
@@ -138,8 +135,8 @@ TEST(ManagerCampaignsTest, AFiredGeofenceRequestIsLoggedWithItsSiteAtTheNextSync
     EXPECT_EQ(triggered[0].params(), (NotifyAnalyticsEvent::Params{{"content_metadata_tier", "gold"}, {"site_id", "10"}}));
     ASSERT_EQ(h.triggerEvents().size(), 1u);
     EXPECT_EQ(h.triggerEvents()[0], NotifyTriggerEvent(h.fake.clock->now(), 7, 10));
-    EXPECT_TRUE(logs->contains("SyncDebug: campaigns.needToRangeForSite == false"));
-    EXPECT_TRUE(logs->contains("SyncDebug: Leaving DG for detectTriggeredCampaigns()"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: campaigns.needToRangeForSite == false"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Leaving DG for detectTriggeredCampaigns()"));
 
     // What fired is forgotten: the next detection does not count it again.
     EXPECT_EQ(h.syncAndWait(false), nullptr);
@@ -154,7 +151,6 @@ TEST(ManagerCampaignsTest, AFiredBeaconRequestIsLoggedWithTheRangedSite) {
     };
     for (const auto& c : {Case{"a beacon of site 12", false, "12"}, Case{"ranging fails", true, std::nullopt}}) {
         SCOPED_TRACE(c.name);
-        ScopedLogCapture logs;
         CampaignsHarness h;
         ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
         bool done = false;
@@ -178,18 +174,17 @@ TEST(ManagerCampaignsTest, AFiredBeaconRequestIsLoggedWithTheRangedSite) {
         NotifyAnalyticsEvent::Params expected{{"content_metadata_kind", "b"}};
         if (c.siteID) expected.emplace("site_id", *c.siteID);
         EXPECT_EQ(triggered[0].params(), expected);
-        EXPECT_TRUE(logs->contains("SyncDebug: Finished locationManager.rangeForSiteIfNeeded"));
-        EXPECT_EQ(logs->contains("SyncDebug: Ranging failed: "), c.rangingFails);
+        EXPECT_TRUE(h.logs->contains("SyncDebug: Finished locationManager.rangeForSiteIfNeeded"));
+        EXPECT_EQ(h.logs->contains("SyncDebug: Ranging failed: "), c.rangingFails);
     }
 }
 
 TEST(ManagerCampaignsTest, NothingIsDetectedBeforeASetUp) {
-    ScopedLogCapture logs;
     Harness h;
     h.failUploads();
     h.enable();
     EXPECT_EQ(h.syncAndWait(false), nullptr);
-    EXPECT_TRUE(logs->contains("SyncDebug: Stopped Detecting triggered campaigns. No campaigns have been loaded"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Stopped Detecting triggered campaigns. No campaigns have been loaded"));
     EXPECT_TRUE(h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered).empty());
 }
 

@@ -190,6 +190,8 @@ struct Harness {
         return false;
     }
 
+    // First, so that it hears everything the others log.
+    drovel::testing::ScopedLogCapture logs;
     drovel::testing::FakePlatform fake;
     std::shared_ptr<core::Core> core;
     std::shared_ptr<NotifyDBManager> database;
