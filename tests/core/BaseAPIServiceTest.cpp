@@ -19,6 +19,7 @@
 #include "drovel/core/JsonWriter.h"
 #include "linux/CurlHttpTransport.h"
 #include "support/FakeHttpTransport.h"
+#include "support/LoopbackServer.h"
 
 namespace drovel::core {
 namespace {
@@ -65,46 +66,30 @@ struct GetRequest : CodableRequest<Response> {
 };
 
 // A loopback server whose "/slow" handler blocks until the test ends (or 5 s pass).
-class LoopbackServer {
+class GatedServer : public testing::LoopbackServer {
 public:
-    LoopbackServer() {
-        server_.Get("/slow", [this](const httplib::Request&, httplib::Response& response) {
+    GatedServer() {
+        server().Get("/slow", [this](const httplib::Request&, httplib::Response& response) {
             std::unique_lock lock(gateMutex_);
             ++slowArrived_;
             gate_.notify_all();
             gate_.wait_for(lock, 5s, [this] { return gateOpen_; });
             response.set_content(R"({"text":"late"})", "application/json");
         });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        server_.Get("/ready", [](const httplib::Request&, httplib::Response&) {});
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        // The socket already listens, so the answer arrives once the server's loop runs; stopping
-        // it before then would leave the loop running for ever.
-        httplib::Client client("127.0.0.1", port_);
-        client.set_read_timeout(60, 0);
-        if (!client.Get("/ready")) ADD_FAILURE() << "the loopback server did not start";
     }
-    ~LoopbackServer() {
+    ~GatedServer() {
         {
             std::lock_guard lock(gateMutex_);
             gateOpen_ = true;
         }
         gate_.notify_all();
-        server_.stop();
-        thread_.join();
     }
-
-    httplib::Server& server() { return server_; }
-    std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
     bool waitForSlowRequests(int count) {
         std::unique_lock lock(gateMutex_);
         return gate_.wait_for(lock, 5s, [&] { return slowArrived_ >= count; });
     }
 
 private:
-    httplib::Server server_;
-    int port_ = 0;
-    std::thread thread_;
     std::mutex gateMutex_;
     std::condition_variable gate_;
     bool gateOpen_ = false;
@@ -165,7 +150,7 @@ protected:
         return seen;
     }
 
-    LoopbackServer server;
+    GatedServer server;
     std::shared_ptr<platform::CurlHttpTransport> transport;
     BaseAPIService service;
     std::mutex seenMutex;
@@ -324,7 +309,7 @@ platform::HttpResult sendAndWait(platform::HttpTransport& transport, platform::H
 }
 
 TEST(CurlHttpTransport, SendsEachMethodWithItsBody) {
-    LoopbackServer server;
+    GatedServer server;
     auto echo = [](const httplib::Request& request, httplib::Response& response) {
         response.set_header("X-Method", request.method);
         response.set_content(request.body, "text/plain");
@@ -372,7 +357,7 @@ TEST(CurlHttpTransport, FailuresWithoutAResponseHaveTheirKind) {
 }
 
 TEST(CurlHttpTransport, DestroyingTheTransportCancelsWhatIsRunning) {
-    LoopbackServer server;
+    GatedServer server;
     std::promise<platform::HttpResult> promise;
     auto future = promise.get_future();
     {
@@ -425,7 +410,7 @@ TEST(ResponseSizeLimit, TheServiceRefusesABodyPastItsLimitBeforeDecoding) {
 }
 
 TEST(ResponseSizeLimit, CurlStopsABodyPastTheLimitAndOneThatAnnouncesIt) {
-    LoopbackServer server;
+    GatedServer server;
     server.server().Get("/body", [](const httplib::Request& request, httplib::Response& response) {
         if (request.has_param("announced")) {
             // Announces 100 MB and then breaks off: refused on the announcement alone, the request
