@@ -69,44 +69,39 @@ TEST(CampaignRequests, BuildersGiveTheirIdentifierAndRegionOrNothing) {
     auto geofenceRequest = [&](const NotifyCampaign& c, const NotifySite& s) {
         return geofenceApproachRequest(c, s, content(), renderer);
     };
+    auto at52 = [](std::string identifier) { return Region(circle(std::move(identifier), 52.5, -0.25, 150)); };
     struct Case {
         const char* label;
         std::optional<platform::NotificationRequest> request;
-        std::optional<std::pair<std::string, Region>> expected;
+        std::optional<Region> expected;  // the request's identifier is its region's
     };
     const Case cases[] = {
-        {"geofence", geofenceRequest(geofence(7), site(42)),
-         std::pair{std::string("drovel.notify.v2 geofence_approach 7 42"),
-                   Region(circle("drovel.notify.v2 geofence_approach 7 42", 52.5, -0.25, 150))}},
+        {"geofence", geofenceRequest(geofence(7), site(42)), at52("drovel.notify.v2 geofence_approach 7 42")},
         {"comma in latitude", geofenceRequest(geofence(7), site(42, "52,5")), std::nullopt},
         {"blank before longitude", geofenceRequest(geofence(7), site(42, "52.5", " 1")), std::nullopt},
         {"no radius", geofenceRequest(geofence(7, std::nullopt), site(42)), std::nullopt},
         {"beacon campaign at a site", geofenceRequest(beacon(7), site(42)), std::nullopt},
         {"beacon site", beaconSiteRequest(beacon(9), content(), renderer),
-         std::pair{std::string("drovel.notify.v2 beacon_site 9"),
-                   Region(beaconRegion("drovel.notify.v2 beacon_site 9", std::nullopt))}},
+         beaconRegion("drovel.notify.v2 beacon_site 9", std::nullopt)},
         {"area of interest", beaconAreaOfInterestRequest(beacon(9), 65535, content(), renderer),
-         std::pair{std::string("drovel.notify.v2 beacon_area_of_interest 9"),
-                   Region(beaconRegion("drovel.notify.v2 beacon_area_of_interest 9", 65535))}},
+         beaconRegion("drovel.notify.v2 beacon_area_of_interest 9", 65535)},
         {"beacon without UUID", beaconSiteRequest(beacon(9, false), content(), renderer), std::nullopt},
         {"area without UUID", beaconAreaOfInterestRequest(beacon(9, false), 1, content(), renderer), std::nullopt},
         {"geofence campaign as beacon", beaconSiteRequest(geofence(9), content(), renderer), std::nullopt},
         {"geofence campaign as area", beaconAreaOfInterestRequest(geofence(9), 1, content(), renderer), std::nullopt},
         // The longest ids there are, written in full.
         {"extreme ids", geofenceRequest(geofence(kMinID), site(kMaxID)),
-         std::pair{std::string("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807"),
-                   Region(circle("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807", 52.5,
-                                 -0.25, 150))}},
+         at52("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807")},
         {"extreme area id", beaconAreaOfInterestRequest(beacon(kMinID), 0, content(), renderer),
-         std::pair{std::string("drovel.notify.v2 beacon_area_of_interest -9223372036854775808"),
-                   Region(beaconRegion("drovel.notify.v2 beacon_area_of_interest -9223372036854775808", 0))}},
+         beaconRegion("drovel.notify.v2 beacon_area_of_interest -9223372036854775808", 0)},
     };
     for (const auto& c : cases) {
         ASSERT_EQ(c.request.has_value(), c.expected.has_value()) << c.label;
         if (!c.request) continue;
-        EXPECT_EQ(c.request->identifier, c.expected->first) << c.label;
+        EXPECT_EQ(c.request->identifier, std::visit([](const auto& region) { return region.identifier; }, *c.expected))
+            << c.label;
         ASSERT_TRUE(c.request->trigger) << c.label;
-        EXPECT_EQ(c.request->trigger->region, c.expected->second) << c.label;
+        EXPECT_EQ(c.request->trigger->region, *c.expected) << c.label;
         EXPECT_FALSE(c.request->trigger->repeats) << c.label;
     }
 }
