@@ -14,9 +14,8 @@
 #include <mutex>
 #include <thread>
 
-#include "core/JsonReader.h"
 #include "drovel/core/BaseAPIService.h"
-#include "drovel/core/JsonWriter.h"
+#include "drovel/core/Site.h"
 #include "linux/CurlHttpTransport.h"
 #include "support/FakeHttpTransport.h"
 #include "support/LoopbackServer.h"
@@ -28,29 +27,9 @@ using namespace std::chrono_literals;
 using platform::HttpMethod;
 using platform::TransportErrorKind;
 
-struct Greeting {
-    std::string text;
-
-    static Result<Greeting> fromJson(std::string_view json) {
-        return decodeJson<Greeting>(json, [](JsonReader& reader, JsonValue root) {
-            std::optional<std::string> text;
-            reader.object(root, [&](std::string_view key, JsonValue value) {
-                if (key == "text") {
-                    text = std::string(reader.string(value));
-                } else {
-                    reader.skip(value);
-                }
-            });
-            if (!text) reader.missingKey("text");
-            return Greeting{*text};
-        });
-    }
-    std::string toJson() const {
-        JsonWriter writer;
-        writer.beginObject().key("text").value(text).endObject();
-        return writer.take();
-    }
-};
+// Any record with fromJson and toJson will do as a body.
+using Greeting = Order;
+Greeting greeting(std::string text) { return Order{1, std::move(text), 9}; }
 
 template <class Response>
 struct GetRequest : CodableRequest<Response> {
@@ -74,7 +53,7 @@ public:
             ++slowArrived_;
             gate_.notify_all();
             gate_.wait_for(lock, 5s, [this] { return gateOpen_; });
-            response.set_content(R"({"text":"late"})", "application/json");
+            response.set_content(R"({"id":1,"status":"late"})", "application/json");
         });
     }
     ~GatedServer() {
@@ -130,14 +109,14 @@ protected:
           service(transport, APIServiceConfiguration{server.baseURL(), "token-123"}) {
         server.server().Get("/api/v1/greeting", [this](const httplib::Request& request, httplib::Response& response) {
             record(request);
-            response.set_content(R"({"text":"hi","extra":[1,2]})", "application/json");
+            response.set_content(R"({"id":1,"status":"hi","extra":[1,2]})", "application/json");
         });
         server.server().Post("/api/v1/greeting", [this](const httplib::Request& request, httplib::Response& response) {
             record(request);
-            response.set_content(R"({"text":"posted"})", "application/json");
+            response.set_content(R"({"id":1,"status":"posted"})", "application/json");
         });
         server.server().Get("/echo", [](const httplib::Request& request, httplib::Response& response) {
-            response.set_content(Greeting{request.get_param_value("n")}.toJson(), "application/json");
+            response.set_content(greeting(request.get_param_value("n")).toJson(), "application/json");
         });
     }
 
@@ -164,7 +143,7 @@ TEST_F(ServiceOverCurl, GetDecodesTheBodyAndSendsQueryAndHeaders) {
     auto result = executeAndWait(service, request);
 
     ASSERT_TRUE(result) << result.error()->description();
-    EXPECT_EQ(result.value().text, "hi");
+    EXPECT_EQ(result.value().status, "hi");
     Seen got = lastSeen();
     EXPECT_EQ(got.method, "GET");
     EXPECT_EQ(got.target, "/api/v1/greeting?latitude=40.0&name=a%20b%26c%3Dd%2F%C3%A9&empty=");
@@ -180,13 +159,13 @@ TEST_F(ServiceOverCurl, PostSendsTheEncodedBodyAndRequestHeadersReplaceDefaults)
         HttpHeaders headers() const override { return {{"accept", "text/plain"}, {"X-Trace", "7"}}; }
     };
 
-    auto result = executeAndWait(service, Post(Greeting{"hello \"you\""}));
+    auto result = executeAndWait(service, Post(greeting("hello \"you\"")));
 
     ASSERT_TRUE(result) << result.error()->description();
-    EXPECT_EQ(result.value().text, "posted");
+    EXPECT_EQ(result.value().status, "posted");
     Seen got = lastSeen();
     EXPECT_EQ(got.method, "POST");
-    EXPECT_EQ(got.body, R"({"text":"hello \"you\""})");
+    EXPECT_EQ(got.body, R"({"id":1,"status":"hello \"you\"","site_id":9})");
     EXPECT_EQ(headerValue(got.headers, "Content-Type"), "application/json");
     EXPECT_EQ(got.headers.count("Accept"), 1u);
     EXPECT_EQ(headerValue(got.headers, "Accept"), "text/plain");
@@ -196,7 +175,7 @@ TEST_F(ServiceOverCurl, PostSendsTheEncodedBodyAndRequestHeadersReplaceDefaults)
 TEST_F(ServiceOverCurl, StatusesOutside2xxAndUndecodableBodiesBecomeAPIErrors) {
     const std::pair<int, std::string> cases[] = {{404, "not here"},          {500, R"({"error":"boom"})"},
                                                  {401, ""},                  {200, "<html>oops</html>"},
-                                                 {200, R"({"other":1})"},    {200, R"({"text":"hi"} trailing)"},
+                                                 {200, R"({"other":1})"},    {200, R"({"id":1,"status":"hi"} trailing)"},
                                                  {200, ""}};
     int index = 0;
     for (const auto& c : cases) {
@@ -235,7 +214,7 @@ TEST_F(ServiceOverCurl, VoidResponsesIgnoreTheBody) {
         std::string requestEndPoint() const override { return "/api/v1/events"; }
     };
 
-    EXPECT_TRUE(executeAndWait(service, Upload(Greeting{"x"})));
+    EXPECT_TRUE(executeAndWait(service, Upload(greeting("x"))));
 }
 
 TEST_F(ServiceOverCurl, ATimeoutFailsPromptlyAsATransportTimeout) {
@@ -295,7 +274,7 @@ TEST_F(ServiceOverCurl, ManyConcurrentRequestsEachGetTheirOwnAnswer) {
         ASSERT_EQ(answers[i].wait_for(5s), std::future_status::ready);
         auto result = answers[i].get();
         ASSERT_TRUE(result) << result.error()->description();
-        EXPECT_EQ(result.value().text, std::to_string(i));
+        EXPECT_EQ(result.value().status, std::to_string(i));
     }
 }
 
@@ -471,7 +450,7 @@ TEST(BaseAPIService, BuildsTheURLAndSendsNothingWithoutABaseURL) {
 
 TEST(BaseAPIService, NoTokenSendsNoAuthorizationHeader) {
     auto fake = std::make_shared<testing::FakeHttpTransport>();
-    fake->respond(HttpMethod::get, "/api/v1/greeting", 200, R"({"text":"ok"})");
+    fake->respond(HttpMethod::get, "/api/v1/greeting", 200, R"({"id":1,"status":"ok"})");
     BaseAPIService service(fake, APIServiceConfiguration{"http://h", "", 1500ms});
 
     ASSERT_TRUE(executeAndWait(service, GetRequest<Greeting>()));
