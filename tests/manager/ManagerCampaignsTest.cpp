@@ -43,6 +43,24 @@ struct CampaignsHarness : Harness {
         EXPECT_TRUE(pumpUntil([&] { return fake.userNotificationCenter->addedRequests().size() >= before + adds; }));
         settleCentre();
     }
+    // Runs an unforced sync that ranges for beacons: the beacon with this minor answers, or
+    // ranging fails when there is none.
+    void syncRanging(std::optional<std::uint16_t> minor) {
+        bool done = false;
+        manager().sync(false, [&](core::ErrorPtr) { done = true; });
+        ASSERT_TRUE(pumpUntil([&] { return !fake.locationProvider->rangedConstraints().empty(); }));
+        const auto constraint = fake.locationProvider->rangedConstraints()[0];
+        EXPECT_EQ(constraint.uuid, "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+        if (minor) {
+            platform::Beacon beacon;
+            beacon.uuid = constraint.uuid;
+            beacon.minor = *minor;
+            fake.locationProvider->reportRange({beacon}, constraint);
+        } else {
+            fake.locationProvider->reportRangingFailure(constraint, makeNotifyError(NotifyErrorType::noBeaconInRange));
+        }
+        ASSERT_TRUE(pumpUntil([&] { return done; }));
+    }
 };
 
 TEST(ManagerCampaignsTest, ASyncSchedulesEveryPairWithRenderedTexts) {
@@ -143,40 +161,17 @@ TEST(ManagerCampaignsTest, AFiredGeofenceRequestIsLoggedWithItsSiteAtTheNextSync
     EXPECT_EQ(h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered).size(), 1u);
 }
 
-TEST(ManagerCampaignsTest, AFiredBeaconRequestIsLoggedWithTheRangedSite) {
-    struct Case {
-        const char* name;
-        bool rangingFails;
-        std::optional<std::string> siteID;
-    };
-    for (const auto& c : {Case{"a beacon of site 12", false, "12"}, Case{"ranging fails", true, std::nullopt}}) {
-        SCOPED_TRACE(c.name);
-        CampaignsHarness h;
-        ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
-        bool done = false;
-        h.manager().sync(false, [&](core::ErrorPtr) { done = true; });
-        ASSERT_TRUE(h.pumpUntil([&] { return !h.fake.locationProvider->rangedConstraints().empty(); }));
-        const auto constraint = h.fake.locationProvider->rangedConstraints()[0];
-        EXPECT_EQ(constraint.uuid, "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
-        if (c.rangingFails) {
-            h.fake.locationProvider->reportRangingFailure(constraint, makeNotifyError(NotifyErrorType::noBeaconInRange));
-        } else {
-            platform::Beacon beacon;
-            beacon.uuid = constraint.uuid;
-            beacon.minor = 5;
-            h.fake.locationProvider->reportRange({beacon}, constraint);
-        }
-        ASSERT_TRUE(h.pumpUntil([&] { return done; }));
-
-        auto triggered = h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered);
-        ASSERT_EQ(triggered.size(), 1u);
-        EXPECT_EQ(triggered[0].campaignID(), 8);
-        NotifyAnalyticsEvent::Params expected{{"content_metadata_kind", "b"}};
-        if (c.siteID) expected.emplace("site_id", *c.siteID);
-        EXPECT_EQ(triggered[0].params(), expected);
-        EXPECT_TRUE(h.logs->contains("SyncDebug: Finished locationManager.rangeForSiteIfNeeded"));
-        EXPECT_EQ(h.logs->contains("SyncDebug: Ranging failed: "), c.rangingFails);
-    }
+// With a beacon in range the event names its site (EndToEnd); without one it has no site.
+TEST(ManagerCampaignsTest, AFiredBeaconRequestIsLoggedWithoutASiteWhenRangingFails) {
+    CampaignsHarness h;
+    ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
+    ASSERT_NO_FATAL_FAILURE(h.syncRanging(std::nullopt));
+    auto triggered = h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered);
+    ASSERT_EQ(triggered.size(), 1u);
+    EXPECT_EQ(triggered[0].campaignID(), 8);
+    EXPECT_EQ(triggered[0].params(), (NotifyAnalyticsEvent::Params{{"content_metadata_kind", "b"}}));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Finished locationManager.rangeForSiteIfNeeded"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Ranging failed: "));
 }
 
 TEST(ManagerCampaignsTest, NothingIsDetectedBeforeASetUp) {
@@ -188,6 +183,45 @@ TEST(ManagerCampaignsTest, NothingIsDetectedBeforeASetUp) {
     EXPECT_TRUE(h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered).empty());
 }
 
+
+// A phone's day on the fakes: campaigns scheduled, a geofence and a beacon notification fired, a
+// tap, and the host's site notifications.
+TEST(ManagerCampaignsTest, EndToEnd) {
+    CampaignsHarness h;
+    ASSERT_EQ(h.fake.userNotificationCenter->pending().size(), 4u);
+    auto tapped = h.fake.userNotificationCenter->deliver(kGeofence10);
+    ASSERT_TRUE(tapped);
+    ASSERT_TRUE(h.fake.userNotificationCenter->deliver(kBeaconSite));
+    ASSERT_NO_FATAL_FAILURE(h.syncRanging(5));
+    std::map<std::int64_t, std::string> sitesByCampaign;
+    for (const auto& event : h.analyticsEvents(NotifyAnalyticsEventType::notificationTriggered))
+        sitesByCampaign[*event.campaignID()] = event.params().at("site_id");
+    EXPECT_EQ(sitesByCampaign, (std::map<std::int64_t, std::string>{{7, "10"}, {8, "12"}}));
+
+    h.fake.application->setApplicationState(platform::ApplicationState::background);
+    platform::NotificationResponse response;
+    response.request = *tapped;
+    EXPECT_EQ(h.manager().handle(response), (std::map<std::string, std::string>{{"tier", "gold"}}));
+    h.fake.mainQueue->drain();
+    EXPECT_EQ(h.fake.application->openedURLs(), std::vector<std::string>{"shop://deal/Ann"});
+    EXPECT_EQ(h.syncAndWait(false), nullptr);
+    auto clicks = h.analyticsEvents(NotifyAnalyticsEventType::notificationClicked);
+    ASSERT_EQ(clicks.size(), 1u);
+    EXPECT_EQ(clicks[0].campaignID(), 7);
+
+    h.manager().configure(std::nullopt, nullptr);
+    Reports reports;
+    for (std::int64_t id : {1, 2}) {
+        core::Site site{id, std::nullopt, "", core::Geofence{52.2, 4.4, 80}};
+        h.manager().createForSites({site}, NotificationInfo("Hi", "There", std::nullopt), reports.callback());
+        ASSERT_TRUE(h.pumpUntil([&] { return reports.size() == static_cast<std::size_t>(id); }));
+        h.settleCentre();
+    }
+    EXPECT_EQ(reports.all(), (std::vector<core::ErrorPtr>{nullptr, nullptr}));
+    // The second call replaced the first's site notification; the campaign requests that did not fire stay.
+    EXPECT_EQ(sorted(h.fake.userNotificationCenter->pendingIdentifiers()),
+              sorted({std::string(kBeaconArea), std::string(kGeofence11), "drovel.notify 2"}));
+}
+
 }  // namespace
 }  // namespace drovel::notify::test
-
