@@ -430,6 +430,8 @@ TEST(BaseAPIService, BuildsTheURLAndSendsNothingWithoutABaseURL) {
     EXPECT_EQ(apiError(answer->error()).kind(), APIError::Kind::notConfigured);
     EXPECT_EQ(answer->error()->description(), "The request was not sent: the core library is not configured");
     EXPECT_EQ(fake->requestCount(), 0u);
+    EXPECT_EQ(APIError::transport({TransportErrorKind::connectionLost, ""})->description(),
+              "The request failed: connection lost");
 
     struct Case {
         std::string baseURL, path;
