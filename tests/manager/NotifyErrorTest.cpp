@@ -27,6 +27,7 @@ TEST(NotifyErrorType, EveryKindRoundTripsAndHasTextsOfItsOwn) {
     static_assert(!std::is_default_constructible_v<NotifyError>);
     // No localised text of its own: the generic platform text, not the description.
     drovel::core::ErrorPtr error = makeNotifyError(NotifyErrorType::unableToSetUpNotification);
+    EXPECT_EQ(error->description(), "Failed to add notification request");
     EXPECT_NE(error->localizedDescription(), error->description());
 }
 
