@@ -79,10 +79,9 @@ FakeHttpTransport::~FakeHttpTransport() {
     deliverer_.join();
 }
 
-void FakeHttpTransport::respond(HttpMethod method, std::string path, int status, std::string body,
-                                platform::HttpHeaders headers) {
+void FakeHttpTransport::respond(HttpMethod method, std::string path, int status, std::string body) {
     std::lock_guard lock(mutex_);
-    script_[{method, std::move(path)}].push_back(HttpResponse{status, std::move(headers), std::move(body)});
+    script_[{method, std::move(path)}].push_back(HttpResponse{status, {}, std::move(body)});
 }
 
 void FakeHttpTransport::setHandler(Handler handler) { lockedAssign(mutex_, handler_, std::move(handler)); }

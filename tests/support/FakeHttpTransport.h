@@ -37,8 +37,7 @@ public:
 
     // Scripts the answer for method and path. Several answers for one method and path are given
     // out in the order scripted; the last one then repeats.
-    void respond(platform::HttpMethod method, std::string path, int status, std::string body,
-                 platform::HttpHeaders headers = {});
+    void respond(platform::HttpMethod method, std::string path, int status, std::string body);
     void setHandler(Handler handler);
 
     // From now on, answers are kept back until cancelAll().
