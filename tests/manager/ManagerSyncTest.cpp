@@ -207,7 +207,7 @@ TEST(ManagerSyncTest, AFailedAnalyticsUploadIsLoggedAndTheSyncGoesOn) {
     Harness h;
     h.database->dbManager().save(
         NotifyAnalyticsEvent(NotifyAnalyticsEventType::notificationClicked, h.fake.clock->now(), 7, {}));
-    h.fake.httpTransport->respond(platform::HttpMethod::post, std::string(kEventsPath), 500, "");
+    h.failUploads();
     h.enable();
     EXPECT_EQ(h.syncAndWait(true), nullptr);
     EXPECT_TRUE(h.logs->contains("SyncDebug: uploadAnalyticsEventsInDB"));
