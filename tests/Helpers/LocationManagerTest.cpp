@@ -48,16 +48,6 @@ protected:
     drovel::testing::ScopedLogCapture logs;
 };
 
-TEST_F(LocationManagerTest, RestoresTheStoredPositionAtConstruction) {
-    EXPECT_FALSE(make()->lastLocation());
-    Location stored = at(52.5, 13.4, fake.clock->now());
-    setLastLocation(*fake.userDefaults, stored);
-    auto restored = make()->lastLocation();
-    ASSERT_TRUE(restored);
-    EXPECT_EQ(restored->coordinate.latitude, 52.5);
-    EXPECT_EQ(restored->timestamp, stored.timestamp);
-}
-
 TEST_F(LocationManagerTest, APositionRequestIsAnsweredOnceWithTheLastReportedPosition) {
     auto manager = make();
     std::vector<LocationManager::LocationResult> answers;
@@ -80,33 +70,30 @@ TEST_F(LocationManagerTest, APositionRequestIsAnsweredOnceWithTheLastReportedPos
     EXPECT_EQ(logs->count("SyncDebug: callLocationCallback()"), 2u);
 }
 
-TEST_F(LocationManagerTest, AnEmptyReportFailsWithLocationUnknownAndTheNextRequestClearsTheError) {
-    auto manager = make();
-    std::optional<LocationManager::LocationResult> answer;
-    manager->requestLocation([&](LocationManager::LocationResult result) { answer = std::move(result); });
-    fake.locationProvider->reportLocations({});
-    ASSERT_TRUE(pumpUntil([&] { return answer.has_value(); }));
-    ASSERT_FALSE(answer->ok());
-    auto error = std::dynamic_pointer_cast<const platform::LocationError>(answer->error());
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), platform::LocationError::Code::locationUnknown);
-    EXPECT_EQ(manager->lastError(), answer->error());
-    EXPECT_TRUE(logs->contains("SyncDebug: locationManager didUpdateLocations error .locationUnknown"));
-
-    manager->requestLocation([](auto) {});
-    EXPECT_FALSE(manager->lastError());
-}
-
-TEST_F(LocationManagerTest, APlatformFailureIsPassedOnUnchanged) {
-    auto manager = make();
-    std::optional<LocationManager::LocationResult> answer;
-    manager->requestLocation([&](LocationManager::LocationResult result) { answer = std::move(result); });
-    auto denied = core::makeError<platform::LocationError>(platform::LocationError::Code::denied);
-    fake.locationProvider->reportLocationFailure(denied);
-    ASSERT_TRUE(pumpUntil([&] { return answer.has_value(); }));
-    EXPECT_EQ(answer->error(), denied);
-    EXPECT_EQ(manager->lastError(), denied);
-    EXPECT_TRUE(logs->contains("SyncDebug: locationManager didFailWithError: " + denied->description()));
+// An empty report fails with locationUnknown; a platform failure is passed on unchanged. The next
+// request clears the error.
+TEST_F(LocationManagerTest, AFailedPositionRequestKeepsItsErrorUntilTheNextRequest) {
+    using platform::LocationError;
+    for (bool empty : {true, false}) {
+        SCOPED_TRACE(empty);
+        auto manager = make();
+        std::optional<LocationManager::LocationResult> answer;
+        manager->requestLocation([&](LocationManager::LocationResult result) { answer = std::move(result); });
+        auto denied = core::makeError<LocationError>(LocationError::Code::denied);
+        if (empty) fake.locationProvider->reportLocations({});
+        else fake.locationProvider->reportLocationFailure(denied);
+        ASSERT_TRUE(pumpUntil([&] { return answer.has_value(); }));
+        ASSERT_FALSE(answer->ok());
+        auto error = std::dynamic_pointer_cast<const LocationError>(answer->error());
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->code(), empty ? LocationError::Code::locationUnknown : LocationError::Code::denied);
+        EXPECT_EQ(manager->lastError(), answer->error());
+        EXPECT_TRUE(empty || answer->error() == denied);
+        EXPECT_TRUE(logs->contains(empty ? "SyncDebug: locationManager didUpdateLocations error .locationUnknown"
+                                         : "SyncDebug: locationManager didFailWithError: " + denied->description()));
+        manager->requestLocation([](auto) {});
+        EXPECT_FALSE(manager->lastError());
+    }
 }
 
 // Ranging on both system-version paths: the report at 4.9 s keeps ranging, the first empty one

@@ -69,11 +69,15 @@ TEST(UserDefaultsKey, ValuesReadBackOrAreAbsent) {
 
     // What cannot be read counts as missing.
     defaults.setData("DrovelNotify.loadedCampaigns", bytes(R"({"store": {"x": [1]}})"));
-    defaults.setData("DrovelNotify.customTemplateContent", bytes(R"({"a": 1})"));
     defaults.setString("DrovelNotify.minSyncInterval", "60");
     EXPECT_EQ(loadedCampaigns(defaults), std::nullopt);
-    EXPECT_EQ(customTemplateContent(defaults), std::nullopt);
     EXPECT_EQ(doubleValue(defaults, UserDefaultsKey::minSyncInterval), 0.0);
+    using drovel::platform::DefaultsValue;
+    for (const auto& stored : {DefaultsValue(bytes(R"({"a": 1})")), DefaultsValue(bytes(R"(["a"])")),
+                               DefaultsValue(bytes("{\"a\":")), DefaultsValue(R"({"a":"b"})")}) {
+        defaults.set("DrovelNotify.customTemplateContent", stored);
+        EXPECT_EQ(customTemplateContent(defaults), std::nullopt);
+    }
 }
 
 TEST(UserDefaultsKey, TemplateContentThatIsNotUTF8IsNotStored) {

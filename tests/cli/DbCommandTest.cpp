@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "data/NotifyDBManager.h"
 #include "support/RunCommand.h"
@@ -27,8 +26,7 @@ TEST(DbMigrateCommand, CreatesReopensAndLeavesOtherFilesUntouched) {
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_EQ(refused.out, "");
     EXPECT_EQ(refused.err, "Could not open the database at " + notes + ": file is not a database\n");
-    std::ifstream file(notes, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text);
+    EXPECT_EQ(fileContents(notes), text);
 
     auto folder = runCommand(cliCommand({"db", "migrate", directory.path()}));
     EXPECT_EQ(folder.exitCode, 1);

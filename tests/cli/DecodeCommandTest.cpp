@@ -43,16 +43,3 @@ TEST(DecodeCommand, FullWritesTheRecordsBackWithTheirComputedValues) {
               R"({"id":2,"distance_meters":6,"latitude":"52,5","longitude":"1","location_coordinate":null}]})"
               "\n");
 }
-
-TEST(DecodeCommand, FailuresPrintOnlyTheMessage) {
-    for (const auto& command : {cliCommand({"decode", "-"}), cliCommand({"decode", "--full", "-"})}) {
-        auto result = runCommand(command, R"({"min_sync_interval_seconds":1,"data":[{"campaign_id":1}],"included":{}})");
-        EXPECT_EQ(result.exitCode, 1);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "data[0]: missing required key 'content'\n");
-    }
-    auto missing = runCommand(cliCommand({"decode", "/nonexistent/download.json"}));
-    EXPECT_EQ(missing.exitCode, 1);
-    EXPECT_EQ(missing.out, "");
-    EXPECT_EQ(missing.err, "cannot read /nonexistent/download.json: No such file or directory\n");
-}

@@ -60,28 +60,3 @@ TEST(RenderCampaignsCommand, PrintsTheRequestsOfAFreshDownload) {
     EXPECT_EQ(empty.exitCode, 0) << empty.err;
     EXPECT_EQ(empty.out, "");
 }
-
-TEST(RenderCampaignsCommand, FailuresExplainThemselves) {
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string input;
-        int exitCode;
-        std::string message;
-    };
-    const Case cases[] = {
-        {{"-"}, R"({"min_sync_interval_seconds":1,"data":[{"campaign_id":1}],"included":{}})", 1,
-         "cannot decode the download: data[0]: missing required key 'content'\n"},
-        {{"-"}, "{\"min_sync_interval_seconds\":1,", 1, "cannot decode the download: "},
-        {{"/nonexistent/download.json"}, "", 1, "cannot read /nonexistent/download.json: No such file or directory\n"},
-        {{"-", "--app", R"({"name":1})"}, download, 2, "drovel-notify render-campaigns: --app: name: expected a string\n"},
-        {{"-", "--app", "[]"}, download, 2, "drovel-notify render-campaigns: --app: "},
-    };
-    for (const auto& c : cases) {
-        std::string command = cliCommand({"render-campaigns"});
-        for (const auto& argument : c.arguments) command += " " + shellQuote(argument);
-        auto result = runCommand(command, c.input);
-        EXPECT_EQ(result.exitCode, c.exitCode) << command;
-        EXPECT_EQ(result.out, "") << command;
-        EXPECT_EQ(result.err.substr(0, c.message.size()), c.message) << command;
-    }
-}

@@ -59,11 +59,6 @@ TEST(AppConfigJson, DecodesAndRoundTrips) {
              "superfluous commas, braces, missing keys, etc.)"},
         },
         AppConfig::fromJson);
-
-    auto section = AppConfigData::fromJson(R"({"notify":{"default_site_search_radius_meters":250.5}})");
-    ASSERT_TRUE(section.ok());
-    EXPECT_EQ(section.value(), (AppConfigData{NotifyConfig{250.5, std::nullopt}, std::nullopt}));
-    EXPECT_TRUE(NotifyConfig::fromJson(R"({"default_site_search_radius_meters":1})").ok());
 }
 
 TEST(PushDataJson, DecodesAndRoundTrips) {
@@ -87,7 +82,6 @@ TEST(PushDataJson, DecodesAndRoundTrips) {
     for (auto type : {RemoteNotificationMessageType::backgroundSync, RemoteNotificationMessageType::orderUpdate,
                       RemoteNotificationMessageType::marketing})
         EXPECT_EQ(remoteNotificationMessageTypeFromRawValue(rawValue(type)), type);
-    EXPECT_EQ(rawValue(RemoteNotificationMessageType::backgroundSync), "background_sync");
     EXPECT_FALSE(remoteNotificationMessageTypeFromRawValue("Background_Sync"));
 }
 

@@ -47,25 +47,13 @@ bool isLowerCaseUUIDv4(const std::string& id) {
            std::none_of(id.begin(), id.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
 }
 
-TEST_F(CoreTest, AppInstanceIDIsMadeOnceAndKept) {
-    auto core = makeCore(defaults());
-    std::string id = core->appInstanceID();
-
-    EXPECT_TRUE(isLowerCaseUUIDv4(id)) << id;
-    EXPECT_EQ(core->appInstanceID(), id);
-    // A new process: new defaults read from the same file, a new Core.
-    auto defaultsAfterRestart = defaults();
-    EXPECT_EQ(defaultsAfterRestart->string(Core::appInstanceIDKey), id);
-    EXPECT_EQ(makeCore(defaultsAfterRestart)->appInstanceID(), id);
-    EXPECT_NE(makeUUIDv4(), makeUUIDv4());
-}
-
-TEST_F(CoreTest, StoredAppInstanceIDsThatAreNotUUIDsAreReplaced) {
+TEST_F(CoreTest, AppInstanceIDIsMadeOnceKeptAndReplacedWhenNotAUUID) {
     struct Case {
-        platform::DefaultsValue stored;
+        std::optional<platform::DefaultsValue> stored;
         std::optional<std::string> kept;  // none: replaced by a new id
     };
     const std::vector<Case> cases = {
+        {std::nullopt, std::nullopt},
         {"not-a-uuid", std::nullopt},
         {"", std::nullopt},
         {std::int64_t{42}, std::nullopt},
@@ -77,17 +65,23 @@ TEST_F(CoreTest, StoredAppInstanceIDsThatAreNotUUIDsAreReplaced) {
     };
     for (const Case& c : cases) {
         auto userDefaults = defaults();
-        userDefaults->set(Core::appInstanceIDKey, c.stored);
+        if (c.stored) userDefaults->set(Core::appInstanceIDKey, *c.stored);
+        else userDefaults->removeObject(Core::appInstanceIDKey);
+        userDefaults->synchronize();
+        auto core = makeCore(userDefaults);
 
-        std::string id = makeCore(userDefaults)->appInstanceID();
+        std::string id = core->appInstanceID();
 
         if (c.kept) {
             EXPECT_EQ(id, *c.kept);
         } else {
             EXPECT_TRUE(isLowerCaseUUIDv4(id)) << id;
         }
-        EXPECT_EQ(userDefaults->string(Core::appInstanceIDKey), id);
+        EXPECT_EQ(core->appInstanceID(), id);
+        // A new process: new defaults read from the same file, a new Core.
+        EXPECT_EQ(makeCore(defaults())->appInstanceID(), id);
     }
+    EXPECT_NE(makeUUIDv4(), makeUUIDv4());
 }
 
 TEST_F(CoreTest, FetchWithRegionAsksForOnePageOfSitesAroundTheCentre) {

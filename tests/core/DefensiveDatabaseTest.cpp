@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "data/NotifyDBManager.h"
 #include "drovel/core/DrovelDBManager.h"
 #include "support/TempDirectory.h"
@@ -20,11 +17,6 @@ namespace {
 
 // A statement that never ends on its own.
 constexpr const char* kRunaway = "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) SELECT count(*) FROM c";
-
-std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 // Runs SQL on the file with a plain connection, as someone who plants things in it would.
 void plant(const std::string& path, const std::string& sql) {
@@ -71,7 +63,7 @@ TEST(DefensiveDatabase, AFileWithAPlantedTriggerOrViewIsRefusedAndLeftAsItIs) {
         const std::string path = directory.file("DrovelNotify.sqlite");
         { NotifyDBManager created(path, true); }
         plant(path, c.sql);
-        const std::string before = contents(path);
+        const std::string before = drovel::testing::fileContents(path);
         try {
             NotifyDBManager reopened(path, true);
             FAIL() << "the file was opened";
@@ -79,7 +71,7 @@ TEST(DefensiveDatabase, AFileWithAPlantedTriggerOrViewIsRefusedAndLeftAsItIs) {
             EXPECT_EQ(std::string(error.what()), "Could not open the database at " + path +
                                                      ": the file holds triggers or views, which this database never has");
         }
-        EXPECT_EQ(contents(path), before);
+        EXPECT_EQ(drovel::testing::fileContents(path), before);
     }
 }
 

@@ -137,8 +137,7 @@ TEST_F(DrovelDBManagerTest, JunkFileIsReportedAndLeftUntouched) {
 
     EXPECT_EQ(errorOf([&] { DrovelDBManager db(path); }),
               "Could not open the database at " + path + ": file is not a database");
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), junk);
+    EXPECT_EQ(drovel::testing::fileContents(path), junk);
     EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1) << "no -wal or -shm left";
 
     std::ofstream(folder.file("file")) << "x";

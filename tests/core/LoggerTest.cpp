@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "drovel/core/Logger.h"
@@ -59,11 +57,9 @@ TEST(Logger, WriteEnabledAppendsToTheLogFile) {
     logger.warning("second", DROVEL_SOURCE("F", "f()"));
     Logger::setLogDirectory("");
 
-    std::ifstream file(directory.file("logs/FileTest.log"));
-    std::stringstream text;
-    text << file.rdbuf();
-    EXPECT_EQ(text.str().find("not written"), std::string::npos);
-    auto first = text.str().find("first"), second = text.str().find("second");
+    const std::string text = drovel::testing::fileContents(directory.file("logs/FileTest.log"));
+    EXPECT_EQ(text.find("not written"), std::string::npos);
+    auto first = text.find("first"), second = text.find("second");
     ASSERT_NE(first, std::string::npos);
     ASSERT_NE(second, std::string::npos);
     EXPECT_LT(first, second);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <unicode/unistr.h>
+
 #include <algorithm>
 
 #include "html/HTMLEntities.h"
@@ -12,22 +14,7 @@ namespace {
 
 std::string utf8(char32_t c) {
     std::string out;
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-    return out;
+    return icu::UnicodeString(static_cast<UChar32>(c)).toUTF8String(out);
 }
 
 std::string text(const NamedReference& entry) { return utf8(entry.first) + (entry.second ? utf8(entry.second) : ""); }

@@ -9,7 +9,6 @@
 #include <type_traits>
 
 #include "manager/CampaignRequestBuilder.h"
-#include "support/FakeUserDefaults.h"
 #include "template/Render.h"
 
 using namespace drovel;
@@ -70,44 +69,39 @@ TEST(CampaignRequests, BuildersGiveTheirIdentifierAndRegionOrNothing) {
     auto geofenceRequest = [&](const NotifyCampaign& c, const NotifySite& s) {
         return geofenceApproachRequest(c, s, content(), renderer);
     };
+    auto at52 = [](std::string identifier) { return Region(circle(std::move(identifier), 52.5, -0.25, 150)); };
     struct Case {
         const char* label;
         std::optional<platform::NotificationRequest> request;
-        std::optional<std::pair<std::string, Region>> expected;
+        std::optional<Region> expected;  // the request's identifier is its region's
     };
     const Case cases[] = {
-        {"geofence", geofenceRequest(geofence(7), site(42)),
-         std::pair{std::string("drovel.notify.v2 geofence_approach 7 42"),
-                   Region(circle("drovel.notify.v2 geofence_approach 7 42", 52.5, -0.25, 150))}},
+        {"geofence", geofenceRequest(geofence(7), site(42)), at52("drovel.notify.v2 geofence_approach 7 42")},
         {"comma in latitude", geofenceRequest(geofence(7), site(42, "52,5")), std::nullopt},
         {"blank before longitude", geofenceRequest(geofence(7), site(42, "52.5", " 1")), std::nullopt},
         {"no radius", geofenceRequest(geofence(7, std::nullopt), site(42)), std::nullopt},
         {"beacon campaign at a site", geofenceRequest(beacon(7), site(42)), std::nullopt},
         {"beacon site", beaconSiteRequest(beacon(9), content(), renderer),
-         std::pair{std::string("drovel.notify.v2 beacon_site 9"),
-                   Region(beaconRegion("drovel.notify.v2 beacon_site 9", std::nullopt))}},
+         beaconRegion("drovel.notify.v2 beacon_site 9", std::nullopt)},
         {"area of interest", beaconAreaOfInterestRequest(beacon(9), 65535, content(), renderer),
-         std::pair{std::string("drovel.notify.v2 beacon_area_of_interest 9"),
-                   Region(beaconRegion("drovel.notify.v2 beacon_area_of_interest 9", 65535))}},
+         beaconRegion("drovel.notify.v2 beacon_area_of_interest 9", 65535)},
         {"beacon without UUID", beaconSiteRequest(beacon(9, false), content(), renderer), std::nullopt},
         {"area without UUID", beaconAreaOfInterestRequest(beacon(9, false), 1, content(), renderer), std::nullopt},
         {"geofence campaign as beacon", beaconSiteRequest(geofence(9), content(), renderer), std::nullopt},
         {"geofence campaign as area", beaconAreaOfInterestRequest(geofence(9), 1, content(), renderer), std::nullopt},
         // The longest ids there are, written in full.
         {"extreme ids", geofenceRequest(geofence(kMinID), site(kMaxID)),
-         std::pair{std::string("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807"),
-                   Region(circle("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807", 52.5,
-                                 -0.25, 150))}},
+         at52("drovel.notify.v2 geofence_approach -9223372036854775808 9223372036854775807")},
         {"extreme area id", beaconAreaOfInterestRequest(beacon(kMinID), 0, content(), renderer),
-         std::pair{std::string("drovel.notify.v2 beacon_area_of_interest -9223372036854775808"),
-                   Region(beaconRegion("drovel.notify.v2 beacon_area_of_interest -9223372036854775808", 0))}},
+         beaconRegion("drovel.notify.v2 beacon_area_of_interest -9223372036854775808", 0)},
     };
     for (const auto& c : cases) {
         ASSERT_EQ(c.request.has_value(), c.expected.has_value()) << c.label;
         if (!c.request) continue;
-        EXPECT_EQ(c.request->identifier, c.expected->first) << c.label;
+        EXPECT_EQ(c.request->identifier, std::visit([](const auto& region) { return region.identifier; }, *c.expected))
+            << c.label;
         ASSERT_TRUE(c.request->trigger) << c.label;
-        EXPECT_EQ(c.request->trigger->region, c.expected->second) << c.label;
+        EXPECT_EQ(c.request->trigger->region, *c.expected) << c.label;
         EXPECT_FALSE(c.request->trigger->repeats) << c.label;
     }
 }
@@ -184,37 +178,6 @@ TEST(CampaignTextRenderer, GivesWhatTheEngineGivesWhateverWasRenderedBefore) {
         counting.render("plain");
     }
     EXPECT_EQ(counting.engineRenderings(), 1u);
-}
-
-TEST(CampaignTextRenderer, ReadsTheStoredCustomTemplateContent) {
-    auto bytes = [](std::string text) { return platform::DefaultsValue(platform::DefaultsBytes(text.begin(), text.end())); };
-    struct Case {
-        const char* label;
-        std::optional<platform::DefaultsValue> stored;
-        std::string greeting;  // "Hi {{ app.name }}"
-    };
-    const Case cases[] = {
-        {"absent", std::nullopt, "Hi "},
-        {"object of strings", bytes(R"({"name":"Ann","x":"y"})"), "Hi Ann"},
-        {"not JSON", bytes("{\"name\":"), "Hi "},
-        {"a value that is not text", bytes(R"({"name":"Ann","age":5})"), "Hi "},
-        {"an array", bytes(R"(["Ann"])"), "Hi "},
-        {"text instead of data", platform::DefaultsValue(R"({"name":"Ann"})"), "Hi "},
-    };
-    for (const auto& c : cases) {
-        drovel::testing::FakeUserDefaults defaults;
-        if (c.stored) defaults.set("DrovelNotify.customTemplateContent", *c.stored);
-        CampaignTextRenderer renderer(storedCustomTemplateContent(defaults));
-        EXPECT_EQ(renderer.render("Hi {{ app.name }}"), c.greeting) << c.label;
-        // A reference alone renders empty and is shown as written.
-        if (c.greeting == "Hi ") {
-            EXPECT_EQ(renderer.render("{{ app.name }}"), "{{ app.name }}") << c.label;
-        }
-    }
-    auto context = makeRenderingContext({{"name", "Ann"}});
-    EXPECT_EQ(context->variables.size(), 1u);
-    EXPECT_TRUE(context->counters.empty());
-    EXPECT_TRUE(context->groups.empty());
 }
 
 TEST(CampaignRequests, TriggerHistoryHoldsBackForWholeDaysOrForever) {
@@ -297,17 +260,6 @@ TEST(CampaignRequests, SetUpBuildsOneRequestPerUsablePairInOrder) {
     EXPECT_EQ(fetches, (std::map<std::int64_t, int>{{1, 1}, {2, 1}, {3, 1}, {4, 1}, {5, 1}, {6, 1}}));
 
     EXPECT_TRUE(campaignNotificationRequests({}, sites, pairs, fetch, at(1000), {}).empty());
-}
-
-TEST(CampaignRequests, RegionTypeFiltersKeepTheOrder) {
-    std::vector<NotifyCampaign> campaigns{beacon(1), geofence(2), beacon(3), geofence(4)};
-    auto ids = [](const std::vector<const NotifyCampaign*>& list) {
-        std::vector<std::int64_t> out;
-        for (const auto* campaign : list) out.push_back(campaign->id());
-        return out;
-    };
-    EXPECT_EQ(ids(geofenceCampaigns(campaigns)), (std::vector<std::int64_t>{2, 4}));
-    EXPECT_EQ(ids(beaconCampaigns(campaigns)), (std::vector<std::int64_t>{1, 3}));
 }
 
 TEST(CampaignRequests, KeyOfAnAddedRequest) {

@@ -6,30 +6,19 @@
 namespace drovel::notify::test {
 namespace {
 
-using drovel::testing::FakeBackgroundTask;
-using drovel::testing::ScopedLogCapture;
 
 constexpr const char* kTask = "com.example.app.refresh";
 
 struct Background : Harness {
-    Background() {
-        manager().configure(kTask, [this](core::ErrorPtr error) {
-            std::lock_guard lock(mutex);
-            bgSyncErrors.push_back(error);
-        });
-    }
-    std::vector<core::ErrorPtr> errors() {
-        std::lock_guard lock(mutex);
-        return bgSyncErrors;
-    }
-    std::vector<core::ErrorPtr> bgSyncErrors;
+    Background() { manager().configure(kTask, bgSyncs.callback()); }
+    std::vector<core::ErrorPtr> errors() { return bgSyncs.all(); }
+    Reports bgSyncs;
 };
 
 TEST(ManagerBackgroundTest, TheRefreshTaskCompletesSuccessfullyAlsoWhenItsSyncFails) {
-    ScopedLogCapture logs;
     Background h;
     EXPECT_EQ(h.fake.backgroundTaskScheduler->registrations(), std::vector<std::string>{kTask});
-    EXPECT_TRUE(logs->contains("SyncDebug: BGTaskScheduler registration result true"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: BGTaskScheduler registration result true"));
     h.enable();
     h.fake.locationProvider->setLocationServicesEnabled(false);
 
@@ -50,7 +39,7 @@ TEST(ManagerBackgroundTest, TheRefreshTaskCompletesSuccessfullyAlsoWhenItsSyncFa
     for (const char* line : {"SyncDebug: BGTaskScheduler started task com.example.app.refresh",
                              "SyncDebug: Non-legacy app started BGAppRefreshTask", "SyncDebug: Internet Connected = true",
                              "SyncDebug: Starting sync from BGAppRefreshTask..."})
-        EXPECT_TRUE(logs->contains(line)) << line;
+        EXPECT_TRUE(h.logs->contains(line)) << line;
     const auto diary = h.diary();
     ASSERT_EQ(diary.size(), 2u);
     EXPECT_NE(diary[1].find(" bg try"), std::string::npos);
@@ -58,13 +47,12 @@ TEST(ManagerBackgroundTest, TheRefreshTaskCompletesSuccessfullyAlsoWhenItsSyncFa
 }
 
 TEST(ManagerBackgroundTest, AnOfflineDeviceStillSyncs) {
-    ScopedLogCapture logs;
     Background h;
     h.enable();
     h.fake.connectivityProbe->setAnswer(false);
     auto task = h.fake.backgroundTaskScheduler->launch(kTask);
     ASSERT_TRUE(h.pumpUntil([&] { return task->completion().has_value(); }));
-    EXPECT_TRUE(logs->contains("SyncDebug: Internet Connected = false"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Internet Connected = false"));
     EXPECT_EQ(h.errors(), std::vector<core::ErrorPtr>{nullptr});
     EXPECT_EQ(h.notificationsRequests(), 1u);
     EXPECT_TRUE(h.diaryHas(" do campaign sync"));
@@ -87,17 +75,16 @@ TEST(ManagerBackgroundTest, ExpiryCancelsTheRequestsAndCompletesTheTaskUnsuccess
 }
 
 TEST(ManagerBackgroundTest, EnteringTheBackgroundSchedulesTheNextRefresh) {
-    ScopedLogCapture logs;
     Background h;
     h.fake.notificationCenter->post(platform::ApplicationNotification::didEnterBackground);
     EXPECT_EQ(h.fake.backgroundTaskScheduler->submissions().size(), 1u);
-    EXPECT_TRUE(logs->contains("SyncDebug: Received didEnterBackgroundNotification"));
-    EXPECT_TRUE(logs->contains("SyncDebug: Scheduling BGAppRefreshTask..."));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Received didEnterBackgroundNotification"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Scheduling BGAppRefreshTask..."));
 
     h.fake.backgroundTaskScheduler->setSubmitError(core::makeError<platform::BackgroundTaskSchedulerError>(
         platform::BackgroundTaskSchedulerError::Code::notPermitted));
     h.fake.notificationCenter->post(platform::ApplicationNotification::didEnterBackground);
-    EXPECT_TRUE(logs->contains("Notify: Unable to submit BGTaskScheduler request: "));
+    EXPECT_TRUE(h.logs->contains("Notify: Unable to submit BGTaskScheduler request: "));
 
     // A second configure replaces the observer rather than adding one.
     h.manager().configure(kTask, nullptr);

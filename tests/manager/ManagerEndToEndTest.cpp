@@ -2,50 +2,35 @@
 // against a loopback backend, with a real database in a temporary folder. Only the device (its
 // position and its notification centre) is simulated by the fakes.
 
-#include <httplib.h>
-
 #include <mutex>
-#include <thread>
 
 #include "drovel/notify/NotifyCampaign.h"
 #include "linux/LinuxPlatform.h"
 #include "manager/ManagerHarness.h"
+#include "support/LoopbackServer.h"
 #include "support/TempDirectory.h"
 
 namespace drovel::notify::test {
 namespace {
 
-class LoopbackBackend {
-public:
+// Answers the notifications request with one campaign and records each query's position and radius.
+struct LoopbackBackend : drovel::testing::LoopbackServer {
     LoopbackBackend() {
-        server_.Get(std::string(kNotificationsPath), [this](const httplib::Request& request, httplib::Response& response) {
+        server().Get(std::string(kNotificationsPath), [this](const httplib::Request& request, httplib::Response& response) {
             {
-                std::lock_guard lock(mutex_);
-                queries_.push_back(request.get_param_value("latitude") + " " + request.get_param_value("longitude") +
-                                   " " + request.get_param_value("radius"));
+                std::lock_guard lock(mutex);
+                queries.push_back(request.get_param_value("latitude") + " " + request.get_param_value("longitude") + " " +
+                                  request.get_param_value("radius"));
             }
             response.set_content(kOneCampaign, "application/json");
         });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        // The socket listens already: requests wait for the loop below to accept them.
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
     }
-    ~LoopbackBackend() {
-        server_.stop();
-        thread_.join();
+    std::vector<std::string> queried() {
+        std::lock_guard lock(mutex);
+        return queries;
     }
-    std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
-    std::vector<std::string> queries() const {
-        std::lock_guard lock(mutex_);
-        return queries_;
-    }
-
-private:
-    httplib::Server server_;
-    int port_ = 0;
-    std::thread thread_;
-    mutable std::mutex mutex_;
-    std::vector<std::string> queries_;
+    std::mutex mutex;
+    std::vector<std::string> queries;
 };
 
 TEST(ManagerEndToEndTest, ASyncStoresTheBackendsCampaigns) {
@@ -78,7 +63,7 @@ TEST(ManagerEndToEndTest, ASyncStoresTheBackendsCampaigns) {
         kLimit));
 
     EXPECT_TRUE(logs->contains("SyncDebug: fetchNotifications() success."));
-    EXPECT_EQ(backend.queries(), std::vector<std::string>{"52.2 4.4 500.0"});
+    EXPECT_EQ(backend.queried(), std::vector<std::string>{"52.2 4.4 500.0"});
     auto campaigns = database->dbManager().fetchAll<NotifyCampaign>();
     ASSERT_EQ(campaigns.size(), 1u);
     EXPECT_EQ(campaigns[0].id(), 7);

@@ -81,6 +81,23 @@ inline platform::NotificationRequest pendingRequest(std::string identifier, plat
     return request;
 }
 
+// Collects the errors a callback reports, from any thread.
+struct Reports {
+    std::mutex mutex;
+    std::vector<core::ErrorPtr> errors;
+    std::vector<core::ErrorPtr> all() {
+        std::lock_guard lock(mutex);
+        return errors;
+    }
+    std::size_t size() { return all().size(); }
+    Manager::Callback callback() {
+        return [this](core::ErrorPtr error) {
+            std::lock_guard lock(mutex);
+            errors.push_back(error);
+        };
+    }
+};
+
 struct Harness {
     // coreConfigured: whether the core library knows its backend. The stored position is two hours
     // old, so syncs use it while app activation asks the (silent) location service for a new one.
@@ -155,7 +172,6 @@ struct Harness {
     // Waits until every add and removal the centre was asked for has completed.
     void settleCentre() { fake.userNotificationCenter->waitForCallbacks(); }
 
-    std::size_t triggerEventCount() { return database->dbManager().fetchAll<NotifyTriggerEvent>().size(); }
     std::size_t notificationsRequests() const {
         std::size_t count = 0;
         for (const auto& request : fake.httpTransport->requests())
@@ -174,6 +190,8 @@ struct Harness {
         return false;
     }
 
+    // First, so that it hears everything the others log.
+    drovel::testing::ScopedLogCapture logs;
     drovel::testing::FakePlatform fake;
     std::shared_ptr<core::Core> core;
     std::shared_ptr<NotifyDBManager> database;

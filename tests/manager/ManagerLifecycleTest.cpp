@@ -10,10 +10,8 @@
 namespace drovel::notify::test {
 namespace {
 
-using drovel::testing::ScopedLogCapture;
 
 TEST(ManagerLifecycleTest, ConfigureRegistersWithTheCoreLibraryAndAnnouncesItself) {
-    ScopedLogCapture logs;
     Harness h;
     std::shared_ptr<Manager> announced;
     h.fake.notificationCenter->addObserver("DrovelModuleConfigure", [&](const platform::Notification& notification) {
@@ -25,7 +23,7 @@ TEST(ManagerLifecycleTest, ConfigureRegistersWithTheCoreLibraryAndAnnouncesItsel
     EXPECT_TRUE(manager.isManagerConfigured());
     EXPECT_EQ(announced.get(), &manager);
     announced.reset();
-    EXPECT_TRUE(logs->contains("DrovelNotify Manager configure()"));
+    EXPECT_TRUE(h.logs->contains("DrovelNotify Manager configure()"));
     // No task identifier: nothing registered, no background observer, nothing scheduled.
     EXPECT_TRUE(h.fake.backgroundTaskScheduler->registrations().empty());
     h.fake.notificationCenter->post(platform::ApplicationNotification::didEnterBackground);
@@ -41,7 +39,6 @@ TEST(ManagerLifecycleTest, ConfigureRegistersWithTheCoreLibraryAndAnnouncesItsel
 TEST(ManagerLifecycleTest, AConfigurationWithoutNotifySwitchesTheModuleOff) {
     for (bool enabledBefore : {false, true}) {
         SCOPED_TRACE(enabledBefore);
-        ScopedLogCapture logs;
         Harness h;
         h.fake.userNotificationCenter->setPending({pendingRequest("drovel.notify.v2 beacon_site 7", "drovel.notify.v2"),
                                                    pendingRequest("drovel.notify 3", "drovel.notify"),
@@ -56,25 +53,22 @@ TEST(ManagerLifecycleTest, AConfigurationWithoutNotifySwitchesTheModuleOff) {
         }));
         EXPECT_EQ(h.fake.userNotificationCenter->pendingIdentifiers(), (std::vector<std::string>{"drovel.notify 3", "other"}));
         EXPECT_FALSE(h.manager().isNotifyConfigured());
-        EXPECT_TRUE(logs->contains("SyncDebug: Notify not enabled"));
-        EXPECT_TRUE(logs->contains("SyncDebug: removeObserver for UIApplication.didBecomeActiveNotification"));
+        EXPECT_TRUE(h.logs->contains("SyncDebug: Notify not enabled"));
+        EXPECT_TRUE(h.logs->contains("SyncDebug: removeObserver for UIApplication.didBecomeActiveNotification"));
         // The activation observer is gone: activation starts nothing.
-        logs->clear();
+        h.logs->clear();
         h.fake.notificationCenter->post(platform::ApplicationNotification::didBecomeActive);
-        EXPECT_FALSE(logs->contains("performSyncIfNeeded"));
+        EXPECT_FALSE(h.logs->contains("performSyncIfNeeded"));
     }
 }
 
 TEST(ManagerLifecycleTest, MaxSitesKeepsTheLastValueCarried) {
     Harness h;
-    h.manager().configUpdated(notifyAppConfig(9), std::nullopt);
-    EXPECT_EQ(Manager::maxSites(), 9);
-    h.manager().configUpdated(notifyAppConfig(), std::nullopt);
-    EXPECT_EQ(Manager::maxSites(), 9);
-    h.manager().configUpdated(core::AppConfig{}, std::nullopt);
-    EXPECT_EQ(Manager::maxSites(), 9);
-    h.manager().configUpdated(notifyAppConfig(5), std::nullopt);
-    EXPECT_EQ(Manager::maxSites(), 5);
+    for (auto [config, expected] : {std::pair{notifyAppConfig(9), 9}, std::pair{notifyAppConfig(), 9},
+                                    std::pair{core::AppConfig{}, 9}, std::pair{notifyAppConfig(5), 5}}) {
+        h.manager().configUpdated(config, std::nullopt);
+        EXPECT_EQ(Manager::maxSites(), expected);
+    }
     EXPECT_TRUE(h.pumpUntil([&] { return h.manager().isNotifyConfigured(); }));
 }
 
@@ -87,7 +81,6 @@ TEST(ManagerLifecycleTest, TheAnalyticsEventLimitSetsTheBatchSize) {
     auto config = notifyAppConfig();
     config.data->notify->analyticsEventLimit = 2;
     h.manager().configUpdated(config, std::nullopt);
-    EXPECT_EQ(h.manager().config(), config.data->notify);
     EXPECT_EQ(h.syncAndWait(true), nullptr);
     std::size_t uploads = h.fake.httpTransport->requestCount() - h.notificationsRequests();
     EXPECT_EQ(uploads, 2u);
@@ -97,17 +90,16 @@ TEST(ManagerLifecycleTest, ABackgroundSyncPushStartsASyncAndOtherPushesOnlySetUp
     drovel::testing::ScopedTimeZone zone("UTC");
     {
         SCOPED_TRACE("forced background sync on a day that already synced");
-        ScopedLogCapture logs;
         Harness h;
         set(*h.fake.userDefaults, UserDefaultsKey::lastSync, h.fake.clock->now() - 1h);
         h.database->dbManager().save(NotifyTriggerEvent(h.fake.clock->now() - 1h, 7, 10));
         h.manager().configUpdated(notifyAppConfig(), core::PushData{"background_sync", true});
         EXPECT_TRUE(h.manager().bgOrPushSyncInProgress());
-        ASSERT_TRUE(h.pumpUntil([&] { return logs->contains("Finished sync initiated from push notification"); }));
-        EXPECT_TRUE(logs->contains("Starting sync initiated from push notification"));
-        EXPECT_TRUE(logs->contains("SyncDebug: sync(force = true"));
+        ASSERT_TRUE(h.pumpUntil([&] { return h.logs->contains("Finished sync initiated from push notification"); }));
+        EXPECT_TRUE(h.logs->contains("Starting sync initiated from push notification"));
+        EXPECT_TRUE(h.logs->contains("SyncDebug: sync(force = true"));
         EXPECT_EQ(h.notificationsRequests(), 1u);
-        EXPECT_EQ(h.triggerEventCount(), 0u);
+        EXPECT_TRUE(h.triggerEvents().empty());
         EXPECT_FALSE(h.manager().bgOrPushSyncInProgress());
         const auto diary = h.diary();
         ASSERT_EQ(diary.size(), 3u);
@@ -118,38 +110,35 @@ TEST(ManagerLifecycleTest, ABackgroundSyncPushStartsASyncAndOtherPushesOnlySetUp
     }
     {
         SCOPED_TRACE("an unforced push on a day that already synced is skipped");
-        ScopedLogCapture logs;
         Harness h;
         set(*h.fake.userDefaults, UserDefaultsKey::lastSync, h.fake.clock->now() - 1h);
         h.enable();  // setup loads lastSync
         h.manager().configUpdated(notifyAppConfig(), core::PushData{"background_sync", false});
-        ASSERT_TRUE(h.pumpUntil([&] { return logs->contains("Finished sync initiated from push notification"); }));
+        ASSERT_TRUE(h.pumpUntil([&] { return h.logs->contains("Finished sync initiated from push notification"); }));
         EXPECT_EQ(h.notificationsRequests(), 0u);
         EXPECT_TRUE(h.diaryHas(" skipped sync"));
     }
     {
         SCOPED_TRACE("another message type");
-        ScopedLogCapture logs;
         Harness h;
         h.manager().configUpdated(notifyAppConfig(), core::PushData{"order_update", true});
         EXPECT_TRUE(h.pumpUntil([&] { return h.manager().isNotifyConfigured(); }));
-        EXPECT_FALSE(logs->contains("Starting sync initiated from push notification"));
-        EXPECT_FALSE(logs->contains("SyncDebug: sync(force = "));
+        EXPECT_FALSE(h.logs->contains("Starting sync initiated from push notification"));
+        EXPECT_FALSE(h.logs->contains("SyncDebug: sync(force = "));
         EXPECT_FALSE(h.manager().bgOrPushSyncInProgress());
         EXPECT_TRUE(h.diary().empty());
     }
 }
 
 TEST(ManagerLifecycleTest, SetupRunsOnceUntilUnconfigured) {
-    ScopedLogCapture logs;
     Harness h;
     h.enable();
     EXPECT_EQ(h.fake.application->fetchIntervals(), std::vector<double>{10800});
-    EXPECT_TRUE(logs->contains("SyncDebug: Legacy app setting minimumBackgroundFetchInterval to 10800.0"));
+    EXPECT_TRUE(h.logs->contains("SyncDebug: Legacy app setting minimumBackgroundFetchInterval to 10800.0"));
     EXPECT_EQ(h.fake.locationProvider->requestLocationCount(), 1u);
 
     h.manager().configUpdated(notifyAppConfig(), std::nullopt);
-    EXPECT_TRUE(h.pumpUntil([&] { return logs->contains("SyncDebug: Skipping setup, Notify module is already configured"); }));
+    EXPECT_TRUE(h.pumpUntil([&] { return h.logs->contains("SyncDebug: Skipping setup, Notify module is already configured"); }));
     EXPECT_EQ(h.fake.locationProvider->requestLocationCount(), 1u);
 
     // Each activation runs performSyncIfNeeded once, through the one observer.
@@ -162,15 +151,17 @@ TEST(ManagerLifecycleTest, SetupRunsOnceUntilUnconfigured) {
     EXPECT_EQ(h.fake.locationProvider->requestLocationCount(), 3u);
     h.fake.notificationCenter->post(platform::ApplicationNotification::didBecomeActive);
     EXPECT_EQ(h.fake.locationProvider->requestLocationCount(), 4u);
-    EXPECT_EQ(logs->count("SyncDebug: Notify module is now configured"), 2u);
+    EXPECT_EQ(h.logs->count("SyncDebug: Notify module is now configured"), 2u);
 }
 
+// Only the first generation's marker, as text, makes a site notification.
 TEST(ManagerLifecycleTest, ClearRemovesOnlySiteNotifications) {
     Harness h;
     for (bool anyPending : {false, true}) {
         if (anyPending)
             h.fake.userNotificationCenter->setPending({pendingRequest("drovel.notify.v2 beacon_site 7", "drovel.notify.v2"),
-                                                       pendingRequest("drovel.notify 3", "drovel.notify")});
+                                                       pendingRequest("drovel.notify 3", "drovel.notify"),
+                                                       pendingRequest("number", 1)});
         std::promise<core::ErrorPtr> answer;
         h.manager().clear([&](core::ErrorPtr error) { answer.set_value(error); });
         auto future = answer.get_future();
@@ -178,40 +169,15 @@ TEST(ManagerLifecycleTest, ClearRemovesOnlySiteNotifications) {
         EXPECT_EQ(future.get(), nullptr);
     }
     EXPECT_EQ(h.fake.userNotificationCenter->pendingIdentifiers(),
-              std::vector<std::string>{"drovel.notify.v2 beacon_site 7"});
-}
-
-TEST(ManagerLifecycleTest, OnlyTheFirstGenerationMarkerIsASiteNotification) {
-    const std::pair<platform::UserInfo, bool> cases[] = {
-        {{{"message_source", "drovel.notify"}}, true},
-        {{{"message_source", "drovel.notify.v2"}}, false},
-        {{{"message_source", 1}}, false},
-        {{{"source", "drovel.notify"}}, false},
-        {{}, false},
-    };
-    for (const auto& [userInfo, expected] : cases) EXPECT_EQ(Manager::isDrovelNotifyUserInfo(userInfo), expected);
+              (std::vector<std::string>{"drovel.notify.v2 beacon_site 7", "number"}));
 }
 
 TEST(ManagerLifecycleTest, CustomTemplateContentIsStoredAfterTheSyncEvenWhenItFails) {
-    ScopedLogCapture logs;
     Harness h;
     h.manager().updateCustomTemplateContent({{"name", "Ada"}});
     ASSERT_TRUE(h.pumpUntil([&] { return customTemplateContent(*h.fake.userDefaults).has_value(); }));
     EXPECT_EQ(customTemplateContent(*h.fake.userDefaults), (CustomTemplateContent{{"name", "Ada"}}));
-    EXPECT_TRUE(logs->contains("Failed to sync while updating custom template content: error "));
-}
-
-TEST(ManagerLifecycleTest, LogSettingsAndOrdersReachTheModule) {
-    ScopedLogCapture logs;
-    Harness h;
-    h.manager().setLogLevel(core::LogLevel::error);
-    EXPECT_EQ(h.manager().logger().logLevel(), core::LogLevel::error);
-    h.manager().setLogLevel(core::LogLevel::verbose);
-    h.manager().setLogWriteEnabled(true);
-    EXPECT_TRUE(h.manager().logger().writeEnabled());
-    h.manager().setLogWriteEnabled(false);
-    h.manager().ordersUpdated({core::Order{}, core::Order{}});
-    EXPECT_TRUE(logs->contains("Orders Updated 2"));
+    EXPECT_TRUE(h.logs->contains("Failed to sync while updating custom template content: error "));
 }
 
 }  // namespace

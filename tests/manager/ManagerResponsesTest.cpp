@@ -7,7 +7,6 @@ namespace drovel::notify::test {
 namespace {
 
 using drovel::testing::RecordingApplicationDelegate;
-using drovel::testing::ScopedLogCapture;
 using platform::UserInfo;
 
 platform::NotificationResponse tap(UserInfo userInfo) {
@@ -148,14 +147,13 @@ TEST(ManagerResponsesTest, DeepLinksGoToTheDelegateFirst) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        ScopedLogCapture logs;
         ResponsesHarness h;
         h.fake.application->setDelegate(c.delegate);
         h.fake.application->setOpenResult(c.openSucceeds);
         EXPECT_TRUE(h.manager().handle(tap(campaignTap(7, 10, c.deepLink))));
         h.fake.mainQueue->drain();
         EXPECT_EQ(h.fake.application->openedURLs(), c.openedByApplication);
-        EXPECT_EQ(logs->contains("Failed to open deepLinkURL: shop://deal"), c.failureLogged);
+        EXPECT_EQ(h.logs->contains("Failed to open deepLinkURL: shop://deal"), c.failureLogged);
     }
 }
 

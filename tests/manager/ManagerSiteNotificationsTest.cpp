@@ -6,7 +6,6 @@
 namespace drovel::notify::test {
 namespace {
 
-using drovel::testing::ScopedLogCapture;
 
 core::Site siteAt(std::int64_t id, std::optional<core::Geofence> geofence = core::Geofence{52.2, 4.4, 80}) {
     core::Site site;
@@ -17,22 +16,6 @@ core::Site siteAt(std::int64_t id, std::optional<core::Geofence> geofence = core
 }
 
 const NotificationInfo kInfo("Welcome", "Your order is ready", std::nullopt);
-
-// Runs createForSites until its first report; the reports so far.
-struct Reports {
-    std::mutex mutex;
-    std::vector<core::ErrorPtr> errors;
-    std::size_t size() {
-        std::lock_guard lock(mutex);
-        return errors.size();
-    }
-    Manager::Callback callback() {
-        return [this](core::ErrorPtr error) {
-            std::lock_guard lock(mutex);
-            errors.push_back(error);
-        };
-    }
-};
 
 TEST(ManagerSiteNotificationsTest, TheChecksComeInOrderAndAreRecorded) {
     struct Case {
@@ -50,7 +33,6 @@ TEST(ManagerSiteNotificationsTest, TheChecksComeInOrderAndAreRecorded) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        ScopedLogCapture logs;
         Harness h;
         if (c.configured) h.manager().configure(std::nullopt, nullptr);
         h.fake.locationProvider->setLocationServicesEnabled(c.servicesEnabled);
@@ -60,7 +42,7 @@ TEST(ManagerSiteNotificationsTest, TheChecksComeInOrderAndAreRecorded) {
         h.manager().createForSites(sites, kInfo, reports.callback());
         ASSERT_TRUE(h.pumpUntil([&] { return reports.size() == 1; }));
         EXPECT_EQ(errorType(reports.errors[0]), c.error);
-        EXPECT_EQ(logs->contains("SyncDebug: Logging SDK error events"), c.error.has_value());
+        EXPECT_EQ(h.logs->contains("SyncDebug: Logging SDK error events"), c.error.has_value());
         h.settleCentre();
         EXPECT_EQ(h.fake.userNotificationCenter->pending().size(), c.error ? 0u : c.sites);
     }
@@ -89,7 +71,6 @@ TEST(ManagerSiteNotificationsTest, ACallReplacesThePreviousSiteNotificationsOnly
 }
 
 TEST(ManagerSiteNotificationsTest, AFailedAddRemovesEverySiteNotificationAndReportsAgain) {
-    ScopedLogCapture logs;
     Harness h;
     h.manager().configure(std::nullopt, nullptr);
     auto error = std::make_shared<platform::UserNotificationError>(platform::UserNotificationError::Code::notificationsNotAllowed);
@@ -100,7 +81,7 @@ TEST(ManagerSiteNotificationsTest, AFailedAddRemovesEverySiteNotificationAndRepo
     h.settleCentre();
     EXPECT_EQ(reports.errors[0], nullptr);
     EXPECT_EQ(reports.errors[1], error);
-    EXPECT_TRUE(logs->contains("Notifications are not allowed for this application"));
+    EXPECT_TRUE(h.logs->contains("Notifications are not allowed for this application"));
     EXPECT_TRUE(h.fake.userNotificationCenter->pending().empty());
 }
 

@@ -24,19 +24,16 @@ TEST(NotifyErrorType, EveryKindRoundTripsAndHasTextsOfItsOwn) {
         EXPECT_EQ(error.description(), description(*type));
     }
     EXPECT_FALSE(strings.contains("") || descriptions.contains(""));
+    static_assert(!std::is_default_constructible_v<NotifyError>);
+    // No localised text of its own: the generic platform text, not the description.
+    drovel::core::ErrorPtr error = makeNotifyError(NotifyErrorType::unableToSetUpNotification);
+    EXPECT_EQ(error->description(), "Failed to add notification request");
+    EXPECT_NE(error->localizedDescription(), error->description());
 }
 
 TEST(NotifyErrorType, RawValuesOutsideTheKindsGiveNone) {
     for (long long raw : {-1LL, 10LL, 11LL, -2147483649LL, 4294967296LL})
         EXPECT_FALSE(notifyErrorTypeFromRawValue(raw).has_value()) << raw;
-}
-
-TEST(NotifyError, IsAnErrorWithoutParameterlessConstructor) {
-    static_assert(!std::is_default_constructible_v<NotifyError>);
-    drovel::core::ErrorPtr error = makeNotifyError(NotifyErrorType::unableToSetUpNotification);
-    EXPECT_EQ(error->description(), "Failed to add notification request");
-    // No localised text of its own: the generic platform text, not the description.
-    EXPECT_NE(error->localizedDescription(), error->description());
 }
 
 }  // namespace

@@ -4,11 +4,8 @@
 namespace drovel::testing {
 
 void CapturingLogSink::write(const core::LogRecord& record) {
-    {
-        std::lock_guard lock(mutex_);
-        records_.push_back(record);
-    }
-    written_.notify_all();
+    std::lock_guard lock(mutex_);
+    records_.push_back(record);
 }
 
 std::vector<core::LogRecord> CapturingLogSink::records() const { return lockedCopy(mutex_, records_); }
@@ -36,15 +33,6 @@ std::size_t CapturingLogSink::count(std::string_view text) const {
     for (const auto& record : records_)
         if (record.message.find(text) != std::string::npos) ++n;
     return n;
-}
-
-bool CapturingLogSink::waitFor(std::string_view text, std::chrono::milliseconds timeout) const {
-    std::unique_lock lock(mutex_);
-    return written_.wait_for(lock, timeout, [&] {
-        for (const auto& record : records_)
-            if (record.message.find(text) != std::string::npos) return true;
-        return false;
-    });
 }
 
 void CapturingLogSink::clear() {

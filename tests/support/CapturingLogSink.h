@@ -1,8 +1,6 @@
 #pragma once
 // A LogSink that keeps every record, for tests that assert log lines. Thread-safe.
 
-#include <chrono>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -26,13 +24,10 @@ public:
     bool contains(std::string_view text) const;
     // How many messages contain text.
     std::size_t count(std::string_view text) const;
-    // Waits until some message contains text; false on timeout.
-    bool waitFor(std::string_view text, std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
     void clear();
 
 private:
     mutable std::mutex mutex_;
-    mutable std::condition_variable written_;
     std::vector<core::LogRecord> records_;
 };
 

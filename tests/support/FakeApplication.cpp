@@ -7,22 +7,11 @@ namespace drovel::testing {
 
 using namespace platform;
 
-bool RecordingApplicationDelegate::application(Application& application, std::string_view openURL,
-                                               const OpenURLOptions& options) {
-    std::lock_guard lock(mutex_);
-    urls_.emplace_back(openURL);
-    return handles_;
-}
-
-std::vector<std::string> RecordingApplicationDelegate::urls() const { return lockedCopy(mutex_, urls_); }
+bool RecordingApplicationDelegate::application(Application&, std::string_view, const OpenURLOptions&) { return handles_; }
 
 FakeApplication::FakeApplication(std::shared_ptr<MainQueue> mainQueue) : mainQueue_(std::move(mainQueue)) {}
 
-ApplicationState FakeApplication::applicationState() const {
-    std::lock_guard lock(mutex_);
-    ++stateReads_;
-    return state_;
-}
+ApplicationState FakeApplication::applicationState() const { return lockedCopy(mutex_, state_); }
 
 std::shared_ptr<ApplicationDelegate> FakeApplication::delegate() const { return lockedCopy(mutex_, delegate_); }
 
@@ -50,7 +39,6 @@ BackgroundTaskIdentifier FakeApplication::beginBackgroundTask(std::string_view n
                                                               std::function<void()> expirationHandler) {
     std::lock_guard lock(mutex_);
     begun_.emplace_back(name);
-    if (!grantsBackgroundTime_) return kInvalidBackgroundTask;
     BackgroundTaskIdentifier identifier = nextTask_++;
     running_.push_back({identifier, std::string(name), std::move(expirationHandler)});
     return identifier;
@@ -66,8 +54,6 @@ void FakeApplication::setApplicationState(ApplicationState state) { lockedAssign
 void FakeApplication::setDelegate(std::shared_ptr<ApplicationDelegate> delegate) { lockedAssign(mutex_, delegate_, std::move(delegate)); }
 
 void FakeApplication::setOpenResult(bool success) { lockedAssign(mutex_, openResult_, success); }
-
-void FakeApplication::setGrantsBackgroundTime(bool grants) { lockedAssign(mutex_, grantsBackgroundTime_, grants); }
 
 void FakeApplication::expireBackgroundTasks() {
     std::vector<std::function<void()>> handlers;
@@ -92,7 +78,5 @@ std::vector<std::string> FakeApplication::runningBackgroundTasks() const {
     for (const auto& task : running_) names.push_back(task.name);
     return names;
 }
-
-std::size_t FakeApplication::applicationStateReads() const { return lockedCopy(mutex_, stateReads_); }
 
 }  // namespace drovel::testing

@@ -15,7 +15,7 @@
 
 namespace drovel::testing {
 
-// An application delegate that handles URLs as told and records them.
+// An application delegate that handles URLs as told.
 class RecordingApplicationDelegate : public platform::ApplicationDelegate {
 public:
     RecordingApplicationDelegate(bool implementsOpenURL, bool handlesURLs)
@@ -24,13 +24,10 @@ public:
     bool implementsOpenURL() const override { return implements_; }
     bool application(platform::Application& application, std::string_view openURL,
                      const platform::OpenURLOptions& options) override;
-    std::vector<std::string> urls() const;
 
 private:
     bool implements_;
     bool handles_;
-    mutable std::mutex mutex_;
-    std::vector<std::string> urls_;
 };
 
 class FakeApplication : public platform::Application {
@@ -45,11 +42,10 @@ public:
                                                            std::function<void()> expirationHandler) override;
     void endBackgroundTask(platform::BackgroundTaskIdentifier identifier) override;
 
-    // ---- scripting (defaults: active, no delegate, opening succeeds, background time granted) ----
+    // ---- scripting (defaults: active, no delegate, opening succeeds) ----
     void setApplicationState(platform::ApplicationState state);
     void setDelegate(std::shared_ptr<platform::ApplicationDelegate> delegate);
     void setOpenResult(bool success);
-    void setGrantsBackgroundTime(bool grants);
     // Runs the expiration handler of every running background task, on the calling thread.
     void expireBackgroundTasks();
 
@@ -61,7 +57,6 @@ public:
     std::vector<std::string> begunBackgroundTasks() const;
     // Names of the tasks begun and not yet ended.
     std::vector<std::string> runningBackgroundTasks() const;
-    std::size_t applicationStateReads() const;
 
 private:
     struct Task {
@@ -73,10 +68,8 @@ private:
     std::shared_ptr<platform::MainQueue> mainQueue_;
     mutable std::mutex mutex_;
     platform::ApplicationState state_ = platform::ApplicationState::active;
-    mutable std::size_t stateReads_ = 0;
     std::shared_ptr<platform::ApplicationDelegate> delegate_;
     bool openResult_ = true;
-    bool grantsBackgroundTime_ = true;
     std::vector<std::string> openedURLs_;
     std::vector<double> fetchIntervals_;
     std::vector<std::string> begun_;

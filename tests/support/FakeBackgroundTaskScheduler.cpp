@@ -45,7 +45,6 @@ void FakeBackgroundTask::expire() {
 bool FakeBackgroundTaskScheduler::registerForTask(std::string identifier, LaunchHandler launchHandler) {
     std::lock_guard lock(mutex_);
     registrations_.push_back(identifier);
-    if (!registrationResult_) return false;
     handlers_.insert_or_assign(std::move(identifier), std::move(launchHandler));
     return true;
 }
@@ -64,17 +63,9 @@ core::ErrorPtr FakeBackgroundTaskScheduler::submit(BackgroundTaskRequest taskReq
     return submitError_;
 }
 
-void FakeBackgroundTaskScheduler::cancel(std::string_view identifier) {
-    std::lock_guard lock(mutex_);
-    cancellations_.emplace_back(identifier);
-}
-
-void FakeBackgroundTaskScheduler::setRegistrationResult(bool result) { lockedAssign(mutex_, registrationResult_, result); }
-
 void FakeBackgroundTaskScheduler::setSubmitError(core::ErrorPtr error) { lockedAssign(mutex_, submitError_, std::move(error)); }
 
-std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::string_view identifier,
-                                                                        BackgroundTaskKind kind) {
+std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::string_view identifier) {
     LaunchHandler handler;
     {
         std::lock_guard lock(mutex_);
@@ -82,7 +73,7 @@ std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::str
         if (it == handlers_.end()) return nullptr;
         handler = it->second;
     }
-    auto task = std::make_shared<FakeBackgroundTask>(std::string(identifier), kind);
+    auto task = std::make_shared<FakeBackgroundTask>(std::string(identifier), BackgroundTaskKind::appRefresh);
     handler(task);
     return task;
 }
@@ -90,7 +81,5 @@ std::shared_ptr<FakeBackgroundTask> FakeBackgroundTaskScheduler::launch(std::str
 std::vector<std::string> FakeBackgroundTaskScheduler::registrations() const { return lockedCopy(mutex_, registrations_); }
 
 std::vector<BackgroundTaskRequest> FakeBackgroundTaskScheduler::submissions() const { return lockedCopy(mutex_, submissions_); }
-
-std::vector<std::string> FakeBackgroundTaskScheduler::cancellations() const { return lockedCopy(mutex_, cancellations_); }
 
 }  // namespace drovel::testing

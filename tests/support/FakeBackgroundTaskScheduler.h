@@ -45,34 +45,29 @@ class FakeBackgroundTaskScheduler : public platform::BackgroundTaskScheduler {
 public:
     bool registerForTask(std::string identifier, LaunchHandler launchHandler) override;
     core::ErrorPtr submit(platform::BackgroundTaskRequest taskRequest) override;
-    void cancel(std::string_view identifier) override;
+    void cancel(std::string_view) override {}
 
     // ---- scripting (defaults: registration succeeds, submission is accepted) ----
-    void setRegistrationResult(bool result);
     void setSubmitError(core::ErrorPtr error);
     // Drops every registered launch handler (and what they hold), as the system does when the app
     // ends; launch() then finds nothing.
     void unregisterAll();
     // Runs the handler registered under identifier on the calling thread with a new task, and
     // returns the task; nullptr when nothing is registered.
-    std::shared_ptr<FakeBackgroundTask> launch(std::string_view identifier,
-                                               platform::BackgroundTaskKind kind = platform::BackgroundTaskKind::appRefresh);
+    std::shared_ptr<FakeBackgroundTask> launch(std::string_view identifier);
 
     // ---- inspection ----
     // Every identifier passed to registerForTask(), in order.
     std::vector<std::string> registrations() const;
     // Every request passed to submit(), in order, rejected ones included.
     std::vector<platform::BackgroundTaskRequest> submissions() const;
-    std::vector<std::string> cancellations() const;
 
 private:
     mutable std::mutex mutex_;
-    bool registrationResult_ = true;
     core::ErrorPtr submitError_;
     std::map<std::string, LaunchHandler, std::less<>> handlers_;
     std::vector<std::string> registrations_;
     std::vector<platform::BackgroundTaskRequest> submissions_;
-    std::vector<std::string> cancellations_;
 };
 
 }  // namespace drovel::testing

@@ -1,4 +1,5 @@
 #include "support/FakeConnectivityProbe.h"
+#include "support/Locked.h"
 
 namespace drovel::testing {
 
@@ -15,10 +16,7 @@ void FakeConnectivityProbe::probe(std::chrono::milliseconds timeLimit, Completio
     queue_->async([completion = std::move(completion), reachable = *answer_] { completion(reachable); });
 }
 
-void FakeConnectivityProbe::setAnswer(std::optional<bool> reachable) {
-    std::lock_guard lock(mutex_);
-    answer_ = reachable;
-}
+void FakeConnectivityProbe::setAnswer(std::optional<bool> reachable) { lockedAssign(mutex_, answer_, reachable); }
 
 void FakeConnectivityProbe::answer(bool reachable) {
     std::vector<Completion> waiting;
@@ -30,19 +28,6 @@ void FakeConnectivityProbe::answer(bool reachable) {
         queue_->async([completion = std::move(completion), reachable] { completion(reachable); });
 }
 
-std::vector<std::chrono::milliseconds> FakeConnectivityProbe::timeLimits() const {
-    std::lock_guard lock(mutex_);
-    return timeLimits_;
-}
-
-std::size_t FakeConnectivityProbe::probeCount() const {
-    std::lock_guard lock(mutex_);
-    return timeLimits_.size();
-}
-
-std::size_t FakeConnectivityProbe::waitingCount() const {
-    std::lock_guard lock(mutex_);
-    return waiting_.size();
-}
+std::vector<std::chrono::milliseconds> FakeConnectivityProbe::timeLimits() const { return lockedCopy(mutex_, timeLimits_); }
 
 }  // namespace drovel::testing

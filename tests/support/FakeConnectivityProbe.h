@@ -27,8 +27,6 @@ public:
     // ---- inspection ----
     // The time limit of every probe, in call order.
     std::vector<std::chrono::milliseconds> timeLimits() const;
-    std::size_t probeCount() const;
-    std::size_t waitingCount() const;
 
 private:
     std::shared_ptr<platform::DispatchQueue> queue_;

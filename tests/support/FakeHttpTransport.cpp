@@ -79,47 +79,20 @@ FakeHttpTransport::~FakeHttpTransport() {
     deliverer_.join();
 }
 
-void FakeHttpTransport::respond(HttpMethod method, std::string path, int status, std::string body,
-                                platform::HttpHeaders headers) {
+void FakeHttpTransport::respond(HttpMethod method, std::string path, int status, std::string body) {
     std::lock_guard lock(mutex_);
-    script_[{method, std::move(path)}].push_back(HttpResponse{status, std::move(headers), std::move(body)});
-}
-
-void FakeHttpTransport::fail(HttpMethod method, std::string path, TransportErrorKind kind, std::string message) {
-    std::lock_guard lock(mutex_);
-    script_[{method, std::move(path)}].push_back(TransportError{kind, std::move(message)});
+    script_[{method, std::move(path)}].push_back(HttpResponse{status, {}, std::move(body)});
 }
 
 void FakeHttpTransport::setHandler(Handler handler) { lockedAssign(mutex_, handler_, std::move(handler)); }
 
-void FakeHttpTransport::hold() {
-    std::lock_guard lock(mutex_);
-    holding_ = true;
-}
-
-void FakeHttpTransport::release() {
-    {
-        std::lock_guard lock(mutex_);
-        holding_ = false;
-        for (auto& pending : held_) ready_.push_back(std::move(pending));
-        held_.clear();
-    }
-    changed_.notify_all();
-}
+void FakeHttpTransport::hold() { lockedAssign(mutex_, holding_, true); }
 
 std::vector<HttpRequest> FakeHttpTransport::requests() const { return lockedCopy(mutex_, requests_); }
 
-std::size_t FakeHttpTransport::requestCount() const {
-    std::lock_guard lock(mutex_);
-    return requests_.size();
-}
+std::size_t FakeHttpTransport::requestCount() const { return requests().size(); }
 
 std::size_t FakeHttpTransport::cancelAllCount() const { return lockedCopy(mutex_, cancelAllCount_); }
-
-bool FakeHttpTransport::waitForAnswers(std::size_t count, std::chrono::milliseconds timeout) const {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return delivered_ >= count; });
-}
 
 HttpResult FakeHttpTransport::answerFor(const HttpRequest& request) {
     if (handler_) {
@@ -171,8 +144,6 @@ void FakeHttpTransport::deliverLoop() {
         lock.unlock();
         pending.completion(std::move(pending.result));
         lock.lock();
-        ++delivered_;
-        changed_.notify_all();
     }
     // Answers still held when the fake goes away complete as cancelled, like a real transport's.
     std::vector<Pending> held = std::move(held_);

@@ -5,7 +5,6 @@
 // Like a real transport it never answers inside send(): answers are delivered in send order on
 // the fake's own delivery thread. A request with no scripted answer gets status 404 and no body.
 
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -38,22 +37,16 @@ public:
 
     // Scripts the answer for method and path. Several answers for one method and path are given
     // out in the order scripted; the last one then repeats.
-    void respond(platform::HttpMethod method, std::string path, int status, std::string body,
-                 platform::HttpHeaders headers = {});
-    void fail(platform::HttpMethod method, std::string path, platform::TransportErrorKind kind,
-              std::string message = {});
+    void respond(platform::HttpMethod method, std::string path, int status, std::string body);
     void setHandler(Handler handler);
 
-    // While holding, answers are kept back until release() (or cancelAll()).
+    // From now on, answers are kept back until cancelAll().
     void hold();
-    void release();
 
     // Every request sent so far, in send order.
     std::vector<platform::HttpRequest> requests() const;
     std::size_t requestCount() const;
     std::size_t cancelAllCount() const;
-    // Waits until count answers have been delivered in total; false on timeout.
-    bool waitForAnswers(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
 
     void send(platform::HttpRequest request, Completion completion) override;
     void cancelAll() override;
@@ -75,7 +68,6 @@ private:
     std::vector<Pending> held_;
     bool holding_ = false;
     bool stopping_ = false;
-    std::size_t delivered_ = 0;
     std::size_t cancelAllCount_ = 0;
     std::thread deliverer_;
 };

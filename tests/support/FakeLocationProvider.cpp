@@ -92,11 +92,7 @@ void FakeLocationProvider::startRangingBeacons(const BeaconIdentityConstraint& s
     rangedConstraints_.push_back(satisfying);
 }
 
-void FakeLocationProvider::startRangingBeacons(const BeaconRegion& in) {
-    record("startRangingBeacons(in: " + in.identifier + ")");
-    std::lock_guard lock(mutex_);
-    rangedRegions_.push_back(in);
-}
+void FakeLocationProvider::startRangingBeacons(const BeaconRegion& in) { record("startRangingBeacons(in: " + in.identifier + ")"); }
 
 void FakeLocationProvider::stopRangingBeacons(const BeaconIdentityConstraint& satisfying) {
     record("stopRangingBeacons(satisfying: " + satisfying.uuid + ")");
@@ -104,11 +100,7 @@ void FakeLocationProvider::stopRangingBeacons(const BeaconIdentityConstraint& sa
     std::erase(rangedConstraints_, satisfying);
 }
 
-void FakeLocationProvider::stopRangingBeacons(const BeaconRegion& in) {
-    record("stopRangingBeacons(in: " + in.identifier + ")");
-    std::lock_guard lock(mutex_);
-    std::erase_if(rangedRegions_, [&](const BeaconRegion& region) { return region.identifier == in.identifier; });
-}
+void FakeLocationProvider::stopRangingBeacons(const BeaconRegion& in) { record("stopRangingBeacons(in: " + in.identifier + ")"); }
 
 void FakeLocationProvider::setRangingAvailable(bool available) { lockedAssign(mutex_, rangingAvailable_, available); }
 
@@ -151,13 +143,6 @@ void FakeLocationProvider::reportRangeBeacons(std::vector<Beacon> beacons, Beaco
     });
 }
 
-void FakeLocationProvider::reportRegionRangingFailure(BeaconRegion region, core::ErrorPtr error) {
-    send([region = std::move(region), error = std::move(error)](LocationProvider& provider,
-                                                                LocationProviderDelegate& delegate) {
-        delegate.locationManager(provider, region, error);
-    });
-}
-
 std::vector<std::string> FakeLocationProvider::calls() const { return lockedCopy(mutex_, calls_); }
 
 std::size_t FakeLocationProvider::callCount(std::string_view call) const {
@@ -166,7 +151,5 @@ std::size_t FakeLocationProvider::callCount(std::string_view call) const {
 }
 
 std::vector<BeaconIdentityConstraint> FakeLocationProvider::rangedConstraints() const { return lockedCopy(mutex_, rangedConstraints_); }
-
-std::vector<BeaconRegion> FakeLocationProvider::rangedRegions() const { return lockedCopy(mutex_, rangedRegions_); }
 
 }  // namespace drovel::testing

@@ -53,7 +53,6 @@ public:
     void reportRange(std::vector<platform::Beacon> beacons, platform::BeaconIdentityConstraint constraint);
     void reportRangingFailure(platform::BeaconIdentityConstraint constraint, core::ErrorPtr error);
     void reportRangeBeacons(std::vector<platform::Beacon> beacons, platform::BeaconRegion region);
-    void reportRegionRangingFailure(platform::BeaconRegion region, core::ErrorPtr error);
 
     // ---- inspection ----
     // Every call in order, as text: "requestLocation()", "setDesiredAccuracy(1000)",
@@ -62,9 +61,8 @@ public:
     std::vector<std::string> calls() const;
     std::size_t callCount(std::string_view call) const;
     std::size_t requestLocationCount() const { return callCount("requestLocation()"); }
-    // Constraints and regions being ranged now (started and not stopped).
+    // Constraints being ranged now (started and not stopped).
     std::vector<platform::BeaconIdentityConstraint> rangedConstraints() const;
-    std::vector<platform::BeaconRegion> rangedRegions() const;
 
 private:
     void record(std::string call) const;
@@ -81,7 +79,6 @@ private:
     platform::AuthorizationStatus status_ = platform::AuthorizationStatus::authorizedAlways;
     std::optional<LocationAnswer> locationAnswer_;
     std::vector<platform::BeaconIdentityConstraint> rangedConstraints_;
-    std::vector<platform::BeaconRegion> rangedRegions_;
 };
 
 }  // namespace drovel::testing

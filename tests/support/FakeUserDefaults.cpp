@@ -24,14 +24,8 @@ void FakeUserDefaults::removeObject(std::string_view key) {
 
 platform::DefaultsDictionary FakeUserDefaults::dictionaryRepresentation() const { return lockedCopy(mutex_, values_); }
 
-bool FakeUserDefaults::synchronize() {
-    std::lock_guard lock(mutex_);
-    ++synchronizes_;
-    return true;
-}
+bool FakeUserDefaults::synchronize() { return true; }
 
 std::size_t FakeUserDefaults::writeCount() const { return lockedCopy(mutex_, writes_); }
-
-std::size_t FakeUserDefaults::synchronizeCount() const { return lockedCopy(mutex_, synchronizes_); }
 
 }  // namespace drovel::testing

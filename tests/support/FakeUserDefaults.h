@@ -9,9 +9,6 @@ namespace drovel::testing {
 
 class FakeUserDefaults : public platform::UserDefaults {
 public:
-    FakeUserDefaults() = default;
-    explicit FakeUserDefaults(platform::DefaultsDictionary values) : values_(std::move(values)) {}
-
     std::optional<platform::DefaultsValue> object(std::string_view key) const override;
     void set(std::string_view key, platform::DefaultsValue value) override;
     void removeObject(std::string_view key) override;
@@ -20,13 +17,11 @@ public:
 
     // How many set() and removeObject() calls there were.
     std::size_t writeCount() const;
-    std::size_t synchronizeCount() const;
 
 private:
     mutable std::mutex mutex_;
     platform::DefaultsDictionary values_;
     std::size_t writes_ = 0;
-    std::size_t synchronizes_ = 0;
 };
 
 }  // namespace drovel::testing

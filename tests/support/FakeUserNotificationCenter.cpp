@@ -24,19 +24,13 @@ void FakeUserNotificationCenter::deliverCompletion(Job job) {
 }
 
 void FakeUserNotificationCenter::add(NotificationRequest request, AddCompletion completionHandler) {
-    AddHook hook;
+    core::ErrorPtr error;
     {
         std::lock_guard lock(mutex_);
         added_.push_back(request);
-        hook = addHook_;
-    }
-    // The hook runs unlocked: it may inspect the fake.
-    core::ErrorPtr error = hook ? hook(request) : nullptr;
-    {
-        std::lock_guard lock(mutex_);
+        if (request.identifier == failingIdentifier_) error = addError_;
         if (!error) {
-            auto same = [&](const NotificationRequest& r) { return r.identifier == request.identifier; };
-            pending_.erase(std::remove_if(pending_.begin(), pending_.end(), same), pending_.end());
+            std::erase_if(pending_, [&](const NotificationRequest& r) { return r.identifier == request.identifier; });
             pending_.push_back(std::move(request));
         }
     }
@@ -62,51 +56,32 @@ void FakeUserNotificationCenter::removePendingNotificationRequests(std::vector<s
     auto listed = [&](const NotificationRequest& r) {
         return std::find(identifiers.begin(), identifiers.end(), r.identifier) != identifiers.end();
     };
-    pending_.erase(std::remove_if(pending_.begin(), pending_.end(), listed), pending_.end());
-    removeCalls_.push_back(std::move(identifiers));
+    std::erase_if(pending_, listed);
 }
 
 void FakeUserNotificationCenter::getNotificationSettings(SettingsCompletion completionHandler) {
     NotificationSettings settings;
     {
         std::lock_guard lock(mutex_);
-        ++settingsCount_;
         settings.authorizationStatus = status_;
     }
     if (completionHandler) deliverCompletion([completion = std::move(completionHandler), settings] { completion(settings); });
 }
 
-void FakeUserNotificationCenter::requestAuthorization(NotificationAuthorizationOptions options,
-                                                      AuthorizationCompletion completionHandler) {
-    bool granted;
-    core::ErrorPtr error;
-    {
-        std::lock_guard lock(mutex_);
-        ++authorizationRequestCount_;
-        granted = granted_;
-        error = authorizationError_;
-        status_ = granted ? NotificationAuthorizationStatus::authorized : NotificationAuthorizationStatus::denied;
-    }
-    if (completionHandler)
-        deliverCompletion([completion = std::move(completionHandler), granted, error] { completion(granted, error); });
+// Always granted.
+void FakeUserNotificationCenter::requestAuthorization(NotificationAuthorizationOptions, AuthorizationCompletion completionHandler) {
+    lockedAssign(mutex_, status_, NotificationAuthorizationStatus::authorized);
+    if (completionHandler) deliverCompletion([completion = std::move(completionHandler)] { completion(true, nullptr); });
 }
 
 void FakeUserNotificationCenter::setCallbackQueue(std::shared_ptr<Queue> queue) { lockedAssign(mutex_, callbackQueue_, std::move(queue)); }
 
 void FakeUserNotificationCenter::setAuthorizationStatus(NotificationAuthorizationStatus status) { lockedAssign(mutex_, status_, status); }
 
-void FakeUserNotificationCenter::setAuthorizationAnswer(bool granted, core::ErrorPtr error) {
-    std::lock_guard lock(mutex_);
-    granted_ = granted;
-    authorizationError_ = std::move(error);
-}
-
-void FakeUserNotificationCenter::setAddHook(AddHook hook) { lockedAssign(mutex_, addHook_, std::move(hook)); }
-
 void FakeUserNotificationCenter::failAdds(std::string identifier, core::ErrorPtr error) {
-    setAddHook([identifier = std::move(identifier), error = std::move(error)](const NotificationRequest& request) {
-        return request.identifier == identifier ? error : nullptr;
-    });
+    std::lock_guard lock(mutex_);
+    failingIdentifier_ = std::move(identifier);
+    addError_ = std::move(error);
 }
 
 void FakeUserNotificationCenter::setPending(std::vector<NotificationRequest> requests) { lockedAssign(mutex_, pending_, std::move(requests)); }
@@ -132,13 +107,7 @@ std::vector<std::string> FakeUserNotificationCenter::pendingIdentifiers() const 
 
 std::vector<NotificationRequest> FakeUserNotificationCenter::addedRequests() const { return lockedCopy(mutex_, added_); }
 
-std::vector<std::vector<std::string>> FakeUserNotificationCenter::removeCalls() const { return lockedCopy(mutex_, removeCalls_); }
-
 std::size_t FakeUserNotificationCenter::getPendingCount() const { return lockedCopy(mutex_, getPendingCount_); }
-
-std::size_t FakeUserNotificationCenter::settingsCount() const { return lockedCopy(mutex_, settingsCount_); }
-
-std::size_t FakeUserNotificationCenter::authorizationRequestCount() const { return lockedCopy(mutex_, authorizationRequestCount_); }
 
 void FakeUserNotificationCenter::waitForCallbacks() const {
     std::shared_ptr<Queue> queue;

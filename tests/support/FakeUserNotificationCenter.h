@@ -19,9 +19,6 @@ namespace drovel::testing {
 
 class FakeUserNotificationCenter : public platform::UserNotificationCenter {
 public:
-    // Decides the outcome of an add: an error fails it, nullptr lets it through.
-    using AddHook = std::function<core::ErrorPtr(const platform::NotificationRequest& request)>;
-
     FakeUserNotificationCenter();
 
     void add(platform::NotificationRequest request, AddCompletion completionHandler) override;
@@ -35,10 +32,7 @@ public:
     void setCallbackQueue(std::shared_ptr<platform::Queue> queue);
     // Starts as authorized.
     void setAuthorizationStatus(platform::NotificationAuthorizationStatus status);
-    // What requestAuthorization answers (granted also sets the status to authorized, else denied).
-    void setAuthorizationAnswer(bool granted, core::ErrorPtr error = nullptr);
-    void setAddHook(AddHook hook);
-    // Every add of this identifier fails with error (until setAddHook or another failAdds replaces it).
+    // Every add of this identifier fails with error (until another failAdds replaces it).
     void failAdds(std::string identifier, core::ErrorPtr error);
     void setPending(std::vector<platform::NotificationRequest> requests);
     // As the system does when a trigger fires: takes the pending request out and returns it.
@@ -49,11 +43,7 @@ public:
     std::vector<std::string> pendingIdentifiers() const;
     // Every request passed to add(), failed ones included, in call order.
     std::vector<platform::NotificationRequest> addedRequests() const;
-    // The identifier lists passed to removePendingNotificationRequests(), in call order.
-    std::vector<std::vector<std::string>> removeCalls() const;
     std::size_t getPendingCount() const;
-    std::size_t settingsCount() const;
-    std::size_t authorizationRequestCount() const;
     // Waits until every completion queued so far has run (only with a callback queue).
     void waitForCallbacks() const;
 
@@ -63,15 +53,11 @@ private:
     mutable std::mutex mutex_;
     std::shared_ptr<platform::Queue> callbackQueue_;
     platform::NotificationAuthorizationStatus status_ = platform::NotificationAuthorizationStatus::authorized;
-    bool granted_ = true;
-    core::ErrorPtr authorizationError_;
-    AddHook addHook_;
+    std::string failingIdentifier_;
+    core::ErrorPtr addError_;
     std::vector<platform::NotificationRequest> pending_;
     std::vector<platform::NotificationRequest> added_;
-    std::vector<std::vector<std::string>> removeCalls_;
     std::size_t getPendingCount_ = 0;
-    std::size_t settingsCount_ = 0;
-    std::size_t authorizationRequestCount_ = 0;
 };
 
 }  // namespace drovel::testing

@@ -1,4 +1,5 @@
 #include "support/RunCommand.h"
+#include "support/TempDirectory.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -6,18 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 namespace drovel::testing {
 
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string temporaryPath(const char* tag) {
     char name[] = "/tmp/drovel-cmd-XXXXXX";
@@ -37,7 +30,7 @@ std::string shellQuote(const std::string& argument) {
     return quoted + "'";
 }
 
-std::string cliCommand(std::initializer_list<std::string> arguments) {
+std::string cliCommand(const std::vector<std::string>& arguments) {
     std::string command = shellQuote(DROVEL_CLI_PATH);
     for (const auto& argument : arguments) command += " " + shellQuote(argument);
     return command;
@@ -52,8 +45,8 @@ CommandOutput runCommand(const std::string& command, const std::string& input) {
     int status = std::system(full.c_str());
     CommandOutput result;
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = readFile(outPath);
-    result.err = readFile(errPath);
+    result.out = fileContents(outPath);
+    result.err = fileContents(errPath);
     for (const auto& path : {base, inPath, outPath, errPath}) std::remove(path.c_str());
     return result;
 }

@@ -2,6 +2,7 @@
 // Runs a command line through the shell and collects what it printed, for CLI tests.
 
 #include <string>
+#include <vector>
 
 namespace drovel::testing {
 
@@ -16,6 +17,6 @@ CommandOutput runCommand(const std::string& command, const std::string& input = 
 // Quotes one argument for the shell.
 std::string shellQuote(const std::string& argument);
 // The built drovel-notify followed by the quoted arguments.
-std::string cliCommand(std::initializer_list<std::string> arguments);
+std::string cliCommand(const std::vector<std::string>& arguments);
 
 }  // namespace drovel::testing

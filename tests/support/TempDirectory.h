@@ -5,6 +5,9 @@
 
 namespace drovel::testing {
 
+// The bytes of a file; empty when it cannot be read.
+std::string fileContents(const std::string& path);
+
 class TempDirectory {
 public:
     // prefix names the folder ("/tmp/<prefix>XXXXXX").
