@@ -158,7 +158,11 @@ TEST(FileUserDefaultsTest, ADamagedFileStartsEmptyIsSetAsideAndLogged) {
 
 TEST(FileUserDefaultsTest, NestingBeyondTheLimitIsRefused) {
     DefaultsValue deep = std::int64_t{1};
-    for (int i = 0; i < 70; ++i) deep = DefaultsArray{deep};
+    for (int i = 0; i < 70; ++i) {
+        DefaultsArray wrapper;
+        wrapper.push_back(std::move(deep));
+        deep = std::move(wrapper);
+    }
     auto decoded = decodeUserDefaults(encodeUserDefaults({{"deep", deep}}));
     ASSERT_FALSE(decoded);
     EXPECT_NE(decoded.error()->description().find("nested too deeply"), std::string::npos);
