@@ -57,6 +57,15 @@ size_t writeBody(char* data, size_t size, size_t count, void* userData) {
         transfer->tooLarge = true;
         return 0;  // makes curl stop with CURLE_WRITE_ERROR
     }
+    if (body.empty()) {
+        // A body of megabytes grown by doubling is copied and its memory touched several times
+        // over: the announced length (of the body as sent; a compressed one grows past it) sizes
+        // it once.
+        curl_off_t announced = -1;
+        if (curl_easy_getinfo(transfer->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) == CURLE_OK &&
+            announced > 0 && static_cast<std::uint64_t>(announced) <= transfer->request.maxResponseBytes)
+            body.reserve(static_cast<std::size_t>(announced));
+    }
     body.append(data, bytes);
     return bytes;
 }
