@@ -201,7 +201,41 @@ std::optional<Value> Context::resolveOperand(std::string_view text, bool variabl
     return std::nullopt;
 }
 
+namespace {
+
+bool isASCIIWordByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+// Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
+// through dictionaries. False when the path is of another shape or meets anything but a
+// dictionary before its end; the general walk then reads it.
+bool plainKeyPath(std::string_view keyPath, const Token::Value::Dictionary& variables, const Value*& found) {
+    const Token::Value::Dictionary* map = &variables;
+    std::size_t start = 0;
+    while (true) {
+        std::size_t end = start;
+        while (end < keyPath.size() && isASCIIWordByte(keyPath[end])) ++end;
+        if (end == start || (end < keyPath.size() && (keyPath[end] != '.' || end + 1 == keyPath.size()))) return false;
+        const Value* value = map->find(keyPath.substr(start, end - start));
+        if (!value || end == keyPath.size()) {
+            found = value;
+            return true;
+        }
+        map = value->asDictionary();
+        if (!map) {
+            if (value->asArray()) return false;
+            found = nullptr;
+            return true;
+        }
+        start = end + 1;
+    }
+}
+
+}  // namespace
+
 const Value* Context::valueForKeyPath(std::string_view keyPath, const Dictionary& variables) {
+    if (const Value* found; plainKeyPath(keyPath, variables, found)) return found;
     const Dictionary* map = &variables;
     for (std::string_view path = keyPath;;) {
         auto component = firstKeyPathComponent(path);

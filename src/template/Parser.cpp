@@ -200,9 +200,6 @@ void Parser::addParseError(std::string message) {
 
 namespace {
 
-// Scalars count as the few bytes they print as.
-constexpr std::size_t scalarSize = 8;
-
 std::size_t sizeOf(const Token::Value& value, std::size_t limit);
 
 std::size_t sizeOf(const Token::Value::Dictionary& dictionary, std::size_t limit) {
@@ -225,12 +222,17 @@ std::size_t sizeOf(const Token::Value& value, std::size_t limit) {
         return size;
     }
     if (auto* dictionary = value.asDictionary()) return sizeOf(*dictionary, limit);
-    return scalarSize;
+    return Parser::scalarSize;
 }
 
 }  // namespace
 
 std::size_t Parser::valueSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
+
+std::uint64_t Parser::passSize(const IterationTag& loop, const Context& pass) {
+    if (auto size = loop.passVariablesSize()) return *size;
+    return variablesSize(pass.variables);
+}
 
 std::size_t Parser::variablesSize(const Token::Value::Dictionary& variables, std::size_t limit) {
     return sizeOf(variables, limit);
@@ -324,7 +326,7 @@ void Parser::processTag(std::size_t& index) {
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
-                chargeWork(variablesSize(next->variables));
+                chargeWork(passSize(*loop, *next));
                 collapsePass(scope);
                 scope.setContext(std::move(next));
                 scope.setOutputState(OutputState::enabled);
@@ -418,7 +420,7 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     scope.passScopes_ = scopes_.size();
     if (auto* loop = scope.tag_->iterationTag()) {
         auto first = loop->iterationContext();
-        if (first) chargeWork(variablesSize(first->variables));
+        if (first) chargeWork(passSize(*loop, *first));
         scope.setContext(std::move(first));
     }
     scope.tag_->didDefine(scope, *this);

@@ -193,6 +193,9 @@ public:
     virtual std::shared_ptr<Context> nextIterationContext() = 0;
     // The number of passes made so far.
     virtual std::int64_t iterated() const = 0;
+    // The size of the latest pass's variables as Parser::variablesSize counts them, when the tag
+    // knows it without walking them; otherwise nothing.
+    virtual std::optional<std::uint64_t> passVariablesSize() const { return std::nullopt; }
 };
 
 // Gives a tag class its keyword, kind and registry entry from Derived::keywordText and

@@ -190,30 +190,56 @@ Value TagFor::itemAt(std::uint64_t pass) const {
     return Value::nil();
 }
 
+namespace {
+
+// forloop's names in key order, and what Parser::valueSize counts for the dictionary: each
+// entry's overhead and name, and a scalar for each value.
+constexpr std::string_view forloopName = "forloop";
+constexpr std::string_view forloopKeys[] = {"first", "index", "index0", "last", "length", "rindex", "rindex0"};
+constexpr std::uint64_t forloopSize = [] {
+    std::uint64_t size = 0;
+    for (std::string_view key : forloopKeys) size += Parser::elementOverhead + key.size() + Parser::scalarSize;
+    return size;
+}();
+
+}  // namespace
+
 std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t pass = iterated_++;
     std::uint64_t remaining = count_ - pass;  // this pass included
-    // In key order, as fromOrderedEntries wants them.
+    const Value values[] = {Value::boolean(pass == 0),
+                            Value::integer(saturated(pass + 1)),
+                            Value::integer(saturated(pass)),
+                            Value::boolean(remaining == 1),
+                            Value::integer(saturated(count_)),
+                            Value::integer(saturated(remaining)),
+                            Value::integer(saturated(remaining - 1))};
     Value::Dictionary::Entries entries;
-    entries.reserve(7);
-    entries.emplace_back("first", Value::boolean(pass == 0));
-    entries.emplace_back("index", Value::integer(saturated(pass + 1)));
-    entries.emplace_back("index0", Value::integer(saturated(pass)));
-    entries.emplace_back("last", Value::boolean(remaining == 1));
-    entries.emplace_back("length", Value::integer(saturated(count_)));
-    entries.emplace_back("rindex", Value::integer(saturated(remaining)));
-    entries.emplace_back("rindex0", Value::integer(saturated(remaining - 1)));
-    auto forloop = Value::Dictionary::fromOrderedEntries(std::move(entries));
+    entries.reserve(std::size(forloopKeys));
+    for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries.emplace_back(forloopKeys[i], values[i]);
+    Value forloop = Value::dictionary(Value::Dictionary::fromSortedEntries(std::move(entries)));
     // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
-    constexpr std::string_view forloopName = "forloop";
+    // Counted as Parser::variablesSize counts them, which stops once past the value size limit.
     Value::Dictionary::Entries variableEntries;
     variableEntries.reserve(2);
-    if (iteree_ < forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
-    variableEntries.emplace_back(forloopName, Value::dictionary(std::move(forloop)));
-    if (iteree_ > forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
-    auto variables = Value::Dictionary::fromOrderedEntries(std::move(variableEntries));
+    std::uint64_t forloopEntrySize = Parser::elementOverhead + forloopName.size() + forloopSize;
+    if (iteree_ < forloopName) {
+        Value item = itemAt(pass);
+        passVariablesSize_ = Parser::elementOverhead + iteree_.size() + Parser::valueSize(item);
+        if (passVariablesSize_ <= Parser::maximumValueSize) passVariablesSize_ += forloopEntrySize;
+        variableEntries.emplace_back(iteree_, std::move(item));
+        variableEntries.emplace_back(forloopName, std::move(forloop));
+    } else {
+        passVariablesSize_ = forloopEntrySize;
+        variableEntries.emplace_back(forloopName, std::move(forloop));
+        if (iteree_ > forloopName) {
+            Value item = itemAt(pass);
+            passVariablesSize_ += Parser::elementOverhead + iteree_.size() + Parser::valueSize(item);
+            variableEntries.emplace_back(iteree_, std::move(item));
+        }
+    }
     hasSupplementalContext_ = true;
-    return context->makeSupplement(std::move(variables));
+    return context->makeSupplement(Value::Dictionary::fromSortedEntries(std::move(variableEntries)));
 }
 
 void TagFor::haltLoop(Parser::Scope& scope, Parser& parser, bool stopLoop) {

@@ -226,6 +226,12 @@ Value::Dictionary Value::Dictionary::fromOrderedEntries(Entries entries) {
     return out;
 }
 
+Value::Dictionary Value::Dictionary::fromSortedEntries(Entries entries) {
+    Dictionary out;
+    out.entries_ = std::move(entries);
+    return out;
+}
+
 Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::string_view key) const {
     return std::lower_bound(entries_.begin(), entries_.end(), key,
                             [](const Entry& entry, std::string_view wanted) { return std::string_view(entry.first) < wanted; });

@@ -128,6 +128,8 @@ public:
     // engine's own dictionaries, such as a loop's "forloop"); anything else is a programming error
     // (std::invalid_argument).
     static Dictionary fromOrderedEntries(Entries entries);
+    // The same without the check, for entries whose order the engine's code fixes.
+    static Dictionary fromSortedEntries(Entries entries);
 
     // The value under the key, or null. The pointer stays valid until the dictionary changes.
     const Value* find(std::string_view key) const;
