@@ -167,38 +167,49 @@ std::shared_ptr<SupplementalContext> Context::makeSupplement(Dictionary loopVari
 }
 
 std::optional<Value> Context::resolveOperand(std::string_view text, bool variableLookupForbidden) const {
+    Value literal;
+    const Value* value = resolveOperand(text, literal, variableLookupForbidden);
+    if (!value) return std::nullopt;
+    return value == &literal ? std::move(literal) : *value;
+}
+
+const Value* Context::resolveOperand(std::string_view text, Value& literal, bool variableLookupForbidden) const {
     std::string_view operand = unicode::trimWhitespaceAndNewlines(text);
-    if (operand == "true") return Value::boolean(true);
-    if (operand == "false") return Value::boolean(false);
+    auto made = [&literal](Value value) {
+        literal = std::move(value);
+        return &literal;
+    };
+    if (operand == "true") return made(Value::boolean(true));
+    if (operand == "false") return made(Value::boolean(false));
     // The range pattern is matched against the text as given, before trimming.
     if (text.find("..") != std::string_view::npos) {
-        if (auto literal = firstRangeLiteral(text)) {
+        if (auto range = firstRangeLiteral(text)) {
             auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
                 auto value = resolveOperand(side);
                 if (!value) return std::nullopt;
                 return value->integerValue();
             };
-            std::optional<std::int64_t> lowerBound = bound(literal->lower), upperBound = bound(literal->upper);
+            std::optional<std::int64_t> lowerBound = bound(range->lower), upperBound = bound(range->upper);
             if (lowerBound.has_value() && upperBound.has_value()) {
                 if (*lowerBound > *upperBound)
                     throw TemplateFatalError("Range literal “" + std::string(operand) +
                                              "” has its lower bound above its upper bound");
-                return Value::range(*lowerBound, *upperBound);
+                return made(Value::range(*lowerBound, *upperBound));
             }
         }
     }
     if (!operand.empty() && (operand[0] == '"' || operand[0] == '\''))
-        if (auto literal = quotedLiteral(operand)) return Value::string(std::string(*literal));
-    if (auto integer = parseInteger(operand)) return Value::integer(*integer);
+        if (auto quoted = quotedLiteral(operand)) return made(Value::string(std::string(*quoted)));
+    if (auto integer = parseInteger(operand)) return made(Value::integer(*integer));
     if (!variableLookupForbidden) {
         // Key paths read this context's own variables only: inside a loop that is the loop's
         // variables, so a dotted path into an outer variable finds nothing. Intended.
         if (operand.find('.') != std::string_view::npos)
-            if (auto* value = valueForKeyPath(operand, variables)) return *value;
-        if (auto* value = getValue(operand)) return *value;
+            if (auto* value = valueForKeyPath(operand, variables)) return value;
+        if (auto* value = getValue(operand)) return value;
     }
-    if (auto number = Decimal::parse(operand)) return Value::decimal(*number);
-    return std::nullopt;
+    if (auto number = Decimal::parse(operand)) return made(Value::decimal(*number));
+    return nullptr;
 }
 
 namespace {

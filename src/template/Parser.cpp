@@ -126,20 +126,48 @@ void Parser::registerTag(const TagClass& tagClass) {
 
 namespace {
 
-// Names ordered by length first: most comparisons in the search are then between lengths.
-bool shorterOrBefore(std::string_view a, std::string_view b) { return a.size() != b.size() ? a.size() < b.size() : a < b; }
+// The built-in filters' positions in their list, by name, in an open-addressed hash table.
+class BuiltinFilterIndex {
+public:
+    explicit BuiltinFilterIndex(const std::vector<Filter>& filters) : count_(filters.size()) {
+        for (std::size_t i = 0; i < filters.size(); ++i) {
+            std::string_view name = filters[i].identifier;
+            std::size_t slot = hash(name);
+            // Of two built-ins with one name the first stays.
+            while (slots_[slot].index != empty && slots_[slot].name != name) slot = (slot + 1) % size;
+            if (slots_[slot].index == empty) slots_[slot] = {name, i};
+        }
+    }
 
-// The built-in filters' positions in their list, by name, for a binary search.
-const std::vector<std::pair<std::string_view, std::size_t>>& builtinFilterIndex() {
-    static const auto index = [] {
-        const auto& filters = *builtinFilterList();
-        std::vector<std::pair<std::string_view, std::size_t>> out;
-        out.reserve(filters.size());
-        for (std::size_t i = 0; i < filters.size(); ++i) out.emplace_back(filters[i].identifier, i);
-        // Stable: of two built-ins with one name the first stays first.
-        std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return shorterOrBefore(a.first, b.first); });
-        return out;
-    }();
+    // The position of the first built-in with that name, or none.
+    std::optional<std::size_t> find(std::string_view name) const {
+        for (std::size_t slot = hash(name);; slot = (slot + 1) % size) {
+            const Slot& entry = slots_[slot];
+            if (entry.index == empty) return std::nullopt;
+            if (entry.name.size() == name.size() && entry.name == name) return entry.index;
+        }
+    }
+    std::size_t count() const { return count_; }
+
+private:
+    static constexpr std::size_t size = 256;  // well above twice the library's size: short probes
+    static constexpr std::size_t empty = static_cast<std::size_t>(-1);
+    struct Slot {
+        std::string_view name;
+        std::size_t index = empty;
+    };
+    static std::size_t hash(std::string_view name) {
+        std::size_t h = name.size();
+        for (char c : name) h = h * 31 + static_cast<unsigned char>(c);
+        return (h ^ (h >> 7)) % size;
+    }
+
+    Slot slots_[size];
+    std::size_t count_;
+};
+
+const BuiltinFilterIndex& builtinFilterIndex() {
+    static const BuiltinFilterIndex index(*builtinFilterList());
     return index;
 }
 
@@ -149,10 +177,8 @@ const Filter* Parser::findFilter(std::string_view identifier) const {
     // Every list starts with the built-ins (registering copies them and appends), and the first
     // entry with a name wins: look there first, then through what was registered after them.
     const auto& index = builtinFilterIndex();
-    auto found = std::lower_bound(index.begin(), index.end(), identifier,
-                                  [](const auto& entry, std::string_view name) { return shorterOrBefore(entry.first, name); });
-    if (found != index.end() && found->first == identifier) return &(*filters_)[found->second];
-    for (std::size_t i = index.size(); i < filters_->size(); ++i)
+    if (auto found = index.find(identifier)) return &(*filters_)[*found];
+    for (std::size_t i = index.count(); i < filters_->size(); ++i)
         if ((*filters_)[i].identifier == identifier) return &(*filters_)[i];
     return nullptr;
 }
@@ -301,7 +327,8 @@ void Parser::walk() {
                 // A statement in a block that shows nothing is not even evaluated.
                 if (current_->outputState_ == OutputState::enabled) {
                     chargeWork(token.value.size());
-                    Token::Value value = evaluateFilteredExpression(token.value, current_->evaluationContext_);
+                    Token::Value storage;
+                    const Token::Value& value = filteredValue(token.value, current_->evaluationContext_, storage);
                     std::string text;
                     value.appendStringValue(text);
                     emit(*current_, std::move(text));

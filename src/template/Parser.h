@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -154,7 +155,12 @@ public:
 
 private:
     void walk();
-    Token::Value evaluateFilterChain(std::string_view statement, Context* context);
+    // The in-place forms of the evaluations: the result is a variable's value where the
+    // statement reads one unchanged (valid until the variables change), else `storage`.
+    const Token::Value& expressionValue(std::string_view statement, Context& scope, Token::Value& storage);
+    const Token::Value& filteredValue(std::string_view statement, Context* context, Token::Value& storage);
+    const Token::Value& filterChainValue(std::string_view statement, Context& scope, Token::Value& storage);
+    Token::Value evaluateComparisons(std::span<const std::string_view> components, Context& scope);
     void processTag(std::size_t& index);
     std::unique_ptr<Tag> compileTag(std::size_t tokenIndex);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);

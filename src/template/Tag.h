@@ -48,6 +48,7 @@ enum class TagKind : int {
 };
 
 class IterationTag;
+class TagIf;
 
 class Tag {
 public:
@@ -104,6 +105,8 @@ public:
     virtual bool shouldTerminateParentScope() const { return false; }
     // Loop tags return themselves (see IterationTag); the parser asks them for each pass.
     virtual IterationTag* iterationTag() { return nullptr; }
+    // Branches of an if chain (if, elsif, unless) return themselves.
+    virtual TagIf* conditionalTag() { return nullptr; }
 
     // Compiles the whole statement (keyword included) against tagExpression(), storing each
     // identifier, variable and group in compiledExpression. Returns the failure, if any.

@@ -238,8 +238,15 @@ Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::st
 }
 
 const Value* Value::Dictionary::find(std::string_view key) const {
-    std::string canonical;
-    if (!unicode::isASCII(key)) key = canonical = unicode::canonicalForm(key);
+    // Keys are stored canonical, so a key found byte for byte is canonical itself; only a key
+    // that is not found and not ASCII needs its canonical form to be looked up again.
+    if (const Value* found = findCanonical(key)) return found;
+    if (unicode::isASCII(key)) return nullptr;
+    std::string canonical = unicode::canonicalForm(key);
+    return canonical == key ? nullptr : findCanonical(canonical);
+}
+
+const Value* Value::Dictionary::findCanonical(std::string_view key) const {
     // Most dictionaries hold a handful of entries: comparing lengths first beats a search.
     if (entries_.size() <= 8) {
         for (const auto& [name, value] : entries_)

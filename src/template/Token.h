@@ -147,6 +147,7 @@ public:
 private:
     // The first entry whose key is not below `key` (canonical).
     Entries::const_iterator lowerBound(std::string_view key) const;
+    const Value* findCanonical(std::string_view key) const;
     void setCanonical(std::string key, Value value);
 
     Entries entries_;
