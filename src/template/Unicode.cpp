@@ -166,7 +166,7 @@ std::size_t findWhitespaceOrNewline(std::string_view text) {
     return position;
 }
 
-std::string_view trimWhitespaceAndNewlines(std::string_view text) {
+std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text) {
     const auto* data = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t start = 0, end = text.size(), length;
     // ASCII ends without decoding; a byte above ASCII goes the long way.
