@@ -126,48 +126,66 @@ void Parser::registerTag(const TagClass& tagClass) {
 
 namespace {
 
-// The built-in filters' positions in their list, by name, in an open-addressed hash table.
-class BuiltinFilterIndex {
+// A fixed set of names with a value each, in an open-addressed hash table: the built-in filters
+// and tags, looked up by every statement.
+template <class T, std::size_t slotCount>
+class NameTable {
 public:
-    explicit BuiltinFilterIndex(const std::vector<Filter>& filters) : count_(filters.size()) {
-        for (std::size_t i = 0; i < filters.size(); ++i) {
-            std::string_view name = filters[i].identifier;
-            std::size_t slot = hash(name);
-            // Of two built-ins with one name the first stays.
-            while (slots_[slot].index != empty && slots_[slot].name != name) slot = (slot + 1) % size;
-            if (slots_[slot].index == empty) slots_[slot] = {name, i};
-        }
+    // Of two entries with one name the first stays.
+    void insert(std::string_view name, T value) {
+        std::size_t slot = hash(name);
+        while (slots_[slot].used && slots_[slot].name != name) slot = (slot + 1) % slotCount;
+        if (!slots_[slot].used) slots_[slot] = {name, std::move(value), true};
+        ++count_;
     }
 
-    // The position of the first built-in with that name, or none.
-    std::optional<std::size_t> find(std::string_view name) const {
-        for (std::size_t slot = hash(name);; slot = (slot + 1) % size) {
+    const T* find(std::string_view name) const {
+        for (std::size_t slot = hash(name);; slot = (slot + 1) % slotCount) {
             const Slot& entry = slots_[slot];
-            if (entry.index == empty) return std::nullopt;
-            if (entry.name.size() == name.size() && entry.name == name) return entry.index;
+            if (!entry.used) return nullptr;
+            if (entry.name.size() == name.size() && entry.name == name) return &entry.value;
         }
     }
+    // The number of entries inserted.
     std::size_t count() const { return count_; }
 
 private:
-    static constexpr std::size_t size = 256;  // well above twice the library's size: short probes
-    static constexpr std::size_t empty = static_cast<std::size_t>(-1);
     struct Slot {
         std::string_view name;
-        std::size_t index = empty;
+        T value{};
+        bool used = false;
     };
     static std::size_t hash(std::string_view name) {
         std::size_t h = name.size();
         for (char c : name) h = h * 31 + static_cast<unsigned char>(c);
-        return (h ^ (h >> 7)) % size;
+        return (h ^ (h >> 7)) % slotCount;
     }
 
-    Slot slots_[size];
-    std::size_t count_;
+    // Well above twice the entries, so that probes stay short.
+    Slot slots_[slotCount];
+    std::size_t count_ = 0;
 };
 
+using BuiltinFilterIndex = NameTable<std::size_t, 256>;
+
+// The built-in filters' positions in their list, by name.
 const BuiltinFilterIndex& builtinFilterIndex() {
-    static const BuiltinFilterIndex index(*builtinFilterList());
+    static const BuiltinFilterIndex index = [] {
+        BuiltinFilterIndex out;
+        const auto& filters = *builtinFilterList();
+        for (std::size_t i = 0; i < filters.size(); ++i) out.insert(filters[i].identifier, i);
+        return out;
+    }();
+    return index;
+}
+
+// The built-in tag classes by keyword, pointing into the built-in registry.
+const NameTable<const std::vector<TagClass>*, 64>& builtinTagIndex() {
+    static const auto index = [] {
+        NameTable<const std::vector<TagClass>*, 64> out;
+        for (const auto& [keyword, classes] : *builtinTagRegistry()) out.insert(keyword, &classes);
+        return out;
+    }();
     return index;
 }
 
@@ -408,7 +426,11 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         lookup.done = true;
         lookup.statement = unicode::trimWhitespaceAndNewlines(text);
         lookup.keyword = lookup.statement.substr(0, unicode::findWhitespaceOrNewline(lookup.statement));
-        if (auto found = tags_->find(lookup.keyword); found != tags_->end()) lookup.classes = &found->second;
+        if (tags_ == builtinTagRegistry()) {
+            if (auto* found = builtinTagIndex().find(lookup.keyword)) lookup.classes = *found;
+        } else if (auto found = tags_->find(lookup.keyword); found != tags_->end()) {
+            lookup.classes = &found->second;
+        }
     }
     std::string_view statement = lookup.statement, keyword = lookup.keyword;
     if (statement.empty()) {

@@ -74,7 +74,8 @@ public:
         std::string message;
     };
 
-    // What parse() stored, by segment key.
+    // What parse() stored, by segment key. Keys are viewed, not copied: they are the segments'
+    // static names or words of the statement, which outlive the tag.
     class CompiledExpression {
     public:
         const Token::Value* find(std::string_view key) const;
@@ -82,7 +83,7 @@ public:
 
     private:
         // Tags store one to three entries; keep them inline.
-        SmallVector<std::pair<std::string, Token::Value>, 3> entries_;
+        SmallVector<std::pair<std::string_view, Token::Value>, 3> entries_;
     };
 
     explicit Tag(std::shared_ptr<Context> context) : context(std::move(context)) {}
