@@ -74,6 +74,8 @@ private:
     std::string_view iterandText_;
     std::string iteree_;  // the loop variable's name, canonical
     std::uint64_t passVariablesSize_ = 0;
+    // The contexts of the latest two passes (see makePass).
+    std::shared_ptr<SupplementalContext> passContexts_[2];
     // "variable-collection" while the loop records its position, else empty.
     std::string positionKey_;
 };

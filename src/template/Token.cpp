@@ -57,8 +57,15 @@ Value Value::array(Array elements) {
 
 Value Value::dictionary(Dictionary entries) {
     Value out;
-    out.storage_ = std::make_shared<const Dictionary>(std::move(entries));
+    // Made mutable and held as const, so that uniqueDictionary may change it.
+    out.storage_ = std::shared_ptr<const Dictionary>(std::make_shared<Dictionary>(std::move(entries)));
     return out;
+}
+
+Value::Dictionary* Value::uniqueDictionary() {
+    auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
+    if (!dictionary || dictionary->use_count() != 1) return nullptr;
+    return const_cast<Dictionary*>(dictionary->get());
 }
 
 Value Value::range(std::int64_t lower, std::int64_t upper) {

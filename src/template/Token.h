@@ -98,6 +98,8 @@ public:
     bool isTruthy() const;
     bool isFalsy() const { return !isTruthy(); }
     bool isEmptyString() const;
+    // The dictionary, to change in place, when this value is its only holder; otherwise null.
+    Dictionary* uniqueDictionary();
 
     // Same case and equal payloads: strings by canonical equivalence, decimals by value,
     // containers element by element. Never across cases: integer 1 is not decimal 1.
@@ -136,6 +138,8 @@ public:
     // Stores or replaces the entry.
     void set(std::string_view key, Value value);
     bool erase(std::string_view key);
+    // The value of the entry at that position in key order, to change in place.
+    Value& valueAt(std::size_t position) { return entries_[position].second; }
 
     std::size_t size() const { return entries_.size(); }
     bool empty() const { return entries_.empty(); }
