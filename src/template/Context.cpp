@@ -200,7 +200,9 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
     }
     if (!operand.empty() && (operand[0] == '"' || operand[0] == '\''))
         if (auto quoted = quotedLiteral(operand)) return made(Value::string(std::string(*quoted)));
-    if (auto integer = parseInteger(operand)) return made(Value::integer(*integer));
+    // An integer starts with a digit or a sign.
+    if (!operand.empty() && ((operand[0] >= '0' && operand[0] <= '9') || operand[0] == '-' || operand[0] == '+'))
+        if (auto integer = parseInteger(operand)) return made(Value::integer(*integer));
     if (!variableLookupForbidden) {
         // Key paths read this context's own variables only: inside a loop that is the loop's
         // variables, so a dotted path into an outer variable finds nothing. Intended.
