@@ -167,41 +167,88 @@ std::shared_ptr<SupplementalContext> Context::makeSupplement(Dictionary loopVari
 }
 
 std::optional<Value> Context::resolveOperand(std::string_view text, bool variableLookupForbidden) const {
+    Value literal;
+    const Value* value = resolveOperand(text, literal, variableLookupForbidden);
+    if (!value) return std::nullopt;
+    return value == &literal ? std::move(literal) : *value;
+}
+
+const Value* Context::resolveOperand(std::string_view text, Value& literal, bool variableLookupForbidden) const {
     std::string_view operand = unicode::trimWhitespaceAndNewlines(text);
-    if (operand == "true") return Value::boolean(true);
-    if (operand == "false") return Value::boolean(false);
+    auto made = [&literal](Value value) {
+        literal = std::move(value);
+        return &literal;
+    };
+    if (operand == "true") return made(Value::boolean(true));
+    if (operand == "false") return made(Value::boolean(false));
     // The range pattern is matched against the text as given, before trimming.
     if (text.find("..") != std::string_view::npos) {
-        if (auto literal = firstRangeLiteral(text)) {
+        if (auto range = firstRangeLiteral(text)) {
             auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
                 auto value = resolveOperand(side);
                 if (!value) return std::nullopt;
                 return value->integerValue();
             };
-            std::optional<std::int64_t> lowerBound = bound(literal->lower), upperBound = bound(literal->upper);
+            std::optional<std::int64_t> lowerBound = bound(range->lower), upperBound = bound(range->upper);
             if (lowerBound.has_value() && upperBound.has_value()) {
                 if (*lowerBound > *upperBound)
                     throw TemplateFatalError("Range literal “" + std::string(operand) +
                                              "” has its lower bound above its upper bound");
-                return Value::range(*lowerBound, *upperBound);
+                return made(Value::range(*lowerBound, *upperBound));
             }
         }
     }
     if (!operand.empty() && (operand[0] == '"' || operand[0] == '\''))
-        if (auto literal = quotedLiteral(operand)) return Value::string(std::string(*literal));
-    if (auto integer = parseInteger(operand)) return Value::integer(*integer);
+        if (auto quoted = quotedLiteral(operand)) return made(Value::string(std::string(*quoted)));
+    // An integer starts with a digit or a sign.
+    if (!operand.empty() && ((operand[0] >= '0' && operand[0] <= '9') || operand[0] == '-' || operand[0] == '+'))
+        if (auto integer = parseInteger(operand)) return made(Value::integer(*integer));
     if (!variableLookupForbidden) {
         // Key paths read this context's own variables only: inside a loop that is the loop's
         // variables, so a dotted path into an outer variable finds nothing. Intended.
         if (operand.find('.') != std::string_view::npos)
-            if (auto* value = valueForKeyPath(operand, variables)) return *value;
-        if (auto* value = getValue(operand)) return *value;
+            if (auto* value = valueForKeyPath(operand, variables)) return value;
+        if (auto* value = getValue(operand)) return value;
     }
-    if (auto number = Decimal::parse(operand)) return Value::decimal(*number);
-    return std::nullopt;
+    if (auto number = Decimal::parse(operand)) return made(Value::decimal(*number));
+    return nullptr;
 }
 
+namespace {
+
+bool isASCIIWordByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+// Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
+// through dictionaries. False when the path is of another shape or meets anything but a
+// dictionary before its end; the general walk then reads it.
+bool plainKeyPath(std::string_view keyPath, const Token::Value::Dictionary& variables, const Value*& found) {
+    const Token::Value::Dictionary* map = &variables;
+    std::size_t start = 0;
+    while (true) {
+        std::size_t end = start;
+        while (end < keyPath.size() && isASCIIWordByte(keyPath[end])) ++end;
+        if (end == start || (end < keyPath.size() && (keyPath[end] != '.' || end + 1 == keyPath.size()))) return false;
+        const Value* value = map->find(keyPath.substr(start, end - start));
+        if (!value || end == keyPath.size()) {
+            found = value;
+            return true;
+        }
+        map = value->asDictionary();
+        if (!map) {
+            if (value->asArray()) return false;
+            found = nullptr;
+            return true;
+        }
+        start = end + 1;
+    }
+}
+
+}  // namespace
+
 const Value* Context::valueForKeyPath(std::string_view keyPath, const Dictionary& variables) {
+    if (const Value* found; plainKeyPath(keyPath, variables, found)) return found;
     const Dictionary* map = &variables;
     for (std::string_view path = keyPath;;) {
         auto component = firstKeyPathComponent(path);

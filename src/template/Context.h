@@ -94,6 +94,10 @@ public:
     // the whole text by exact name through getValue), else a decimal number. Absent when nothing
     // fits. Throws TemplateFatalError for a range literal whose lower bound exceeds its upper.
     std::optional<Token::Value> resolveOperand(std::string_view text, bool variableLookupForbidden = false) const;
+    // The same without copying a variable's value: the result points into the variables (valid
+    // until they change) or, for a literal, at `literal`, which receives it. Null when nothing fits.
+    const Token::Value* resolveOperand(std::string_view text, Token::Value& literal,
+                                       bool variableLookupForbidden = false) const;
 
     // Reads a dotted path ("order.items[2].name", "items.first.name") from a map of variables;
     // null when any step is missing or of the wrong kind.

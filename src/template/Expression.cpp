@@ -26,14 +26,31 @@ std::string quoted(std::string_view text) { return "“" + std::string(text) + "
 
 }  // namespace
 
+namespace {
+
+// The value a reference from the in-place evaluations stands for, as a value of its own.
+Value taken(const Value& value, Value& storage) { return &value == &storage ? std::move(storage) : value; }
+
+}  // namespace
+
 Value Parser::evaluateExpression(std::string_view statement, Context* context) {
-    Context& scope = context ? *context : *context_;
-    if (statement.empty()) return Value::nil();
+    Value storage;
+    return taken(expressionValue(statement, context ? *context : *context_, storage), storage);
+}
+
+const Value& Parser::expressionValue(std::string_view statement, Context& scope, Value& storage) {
+    if (statement.empty()) return storage = Value::nil();
     SmallVector<std::string_view, 8> components;
     split(statement, ' ', components);
-    // A single operand: an unknown name quietly gives nil.
-    if (components.size() < 2) return scope.resolveOperand(statement).value_or(Value::nil());
+    // A single operand, read in place: an unknown name quietly gives nil.
+    if (components.size() < 2) {
+        if (const Value* value = scope.resolveOperand(statement, storage)) return *value;
+        return storage = Value::nil();
+    }
+    return storage = evaluateComparisons(components, scope);
+}
 
+Value Parser::evaluateComparisons(std::span<const std::string_view> components, Context& scope) {
     auto fail = [&](std::string message) {
         addParseError("Malformed expression: " + message);
         return Value::nil();
@@ -51,14 +68,15 @@ Value Parser::evaluateExpression(std::string_view statement, Context* context) {
             if (remaining == 1) return fail("Expected value but found nothing.");
             right = remaining - 2;
         }
-        auto rightValue = scope.resolveOperand(components[right]);
+        Value rightLiteral, leftLiteral;
+        const Value* rightValue = scope.resolveOperand(components[right], rightLiteral);
         if (!rightValue) return fail("Unknown variable " + quoted(components[right]) + ".");
         if (right == 0) return fail("Expected operator but found nothing.");
         std::string_view operatorWord = components[right - 1];
         const Operator* op = findOperator(operatorWord);
         if (!op) return fail("Unknown operator " + quoted(operatorWord) + ".");
         if (right == 1) return fail("Expected value before operator " + quoted(operatorWord) + " but found nothing.");
-        auto leftValue = scope.resolveOperand(components[right - 2]);
+        const Value* leftValue = scope.resolveOperand(components[right - 2], leftLiteral);
         // The message names the component this step began with, not the left operand.
         if (!leftValue) return fail("Unknown variable " + quoted(word) + ".");
         // Comparisons read both sides whole.
@@ -74,18 +92,23 @@ Value Parser::evaluateExpression(std::string_view statement, Context* context) {
 }
 
 Value Parser::evaluateFilteredExpression(std::string_view statement, Context* context) {
+    Value storage;
+    return taken(filteredValue(statement, context, storage), storage);
+}
+
+const Value& Parser::filteredValue(std::string_view statement, Context* context, Value& storage) {
+    const Value& value = filterChainValue(statement, context ? *context : *context_, storage);
     // Whoever asked reads (and often copies) the result: counted.
-    Value value = evaluateFilterChain(statement, context);
     chargeWork(valueSize(value, maximumWorkBytes));
     return value;
 }
 
-Value Parser::evaluateFilterChain(std::string_view statement, Context* context) {
+const Value& Parser::filterChainValue(std::string_view statement, Context& scope, Value& storage) {
     SmallVector<std::string_view, 4> pieces;
     split(statement, '|', pieces);
-    if (pieces.size() < 2) return evaluateExpression(statement, context);
-    Context& scope = context ? *context : *context_;
-    Value value = evaluateExpression(pieces[0], context);
+    if (pieces.size() < 2) return expressionValue(statement, scope, storage);
+    // The input of each filter: a variable's value in place, then each filter's result.
+    const Value* value = &expressionValue(pieces[0], scope, storage);
     for (std::size_t i = 1; i < pieces.size(); ++i) {
         std::string_view piece = pieces[i];
         SmallVector<std::string_view, 2> parts;
@@ -93,7 +116,7 @@ Value Parser::evaluateFilterChain(std::string_view statement, Context* context) 
         // A colon inside an argument (a time format, say) makes a third part and ends the chain.
         if (parts.size() > 2) {
             report("Error: bad filter syntax: " + std::string(piece) + ". Stopping filter processing.");
-            return value;
+            return *value;
         }
         std::string_view name = parts.empty() ? std::string_view() : unicode::trimWhitespaceAndNewlines(parts[0]);
         SmallVector<Value, 4> arguments;
@@ -105,17 +128,18 @@ Value Parser::evaluateFilterChain(std::string_view statement, Context* context) 
         const Filter* filter = findFilter(name);
         if (!filter) {
             report("Unknown filter name: " + std::string(name) + ". Stopping filter processing.");
-            return value;
+            return *value;
         }
         // A filter reads its input and arguments and produces a value, all counted; the result
         // must stay within the value size limit.
-        std::uint64_t read = valueSize(value, maximumWorkBytes);
+        std::uint64_t read = valueSize(*value, maximumWorkBytes);
         for (const auto& argument : arguments) read += valueSize(argument, maximumWorkBytes);
         chargeWork(read);
-        value = filter->lambda(value, arguments);
-        chargeValue(value);
+        storage = filter->lambda(*value, arguments);
+        value = &storage;
+        chargeValue(storage);
     }
-    return value;
+    return *value;
 }
 
 }  // namespace drovel::templating

@@ -49,8 +49,8 @@ std::string_view Scanner::scanUntil(std::string_view delimiter, bool includingDe
 std::vector<Token> Lexer::tokenize() const {
     std::vector<Token> tokens;
     if (templateString.empty()) return tokens;
-    // Notification texts hold a few statements; one allocation covers most of them.
-    tokens.reserve(8);
+    // About one token per sixteen bytes, as notification texts go: mostly one allocation.
+    tokens.reserve(templateString.size() / 16 + 4);
     Scanner scanner(templateString);
     while (!scanner.content.empty()) {
         std::string_view content = scanner.content;

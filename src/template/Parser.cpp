@@ -126,18 +126,64 @@ void Parser::registerTag(const TagClass& tagClass) {
 
 namespace {
 
-// Names ordered by length first: most comparisons in the search are then between lengths.
-bool shorterOrBefore(std::string_view a, std::string_view b) { return a.size() != b.size() ? a.size() < b.size() : a < b; }
+// A fixed set of names with a value each, in an open-addressed hash table: the built-in filters
+// and tags, looked up by every statement.
+template <class T, std::size_t slotCount>
+class NameTable {
+public:
+    // Of two entries with one name the first stays.
+    void insert(std::string_view name, T value) {
+        std::size_t slot = hash(name);
+        while (slots_[slot].used && slots_[slot].name != name) slot = (slot + 1) % slotCount;
+        if (!slots_[slot].used) slots_[slot] = {name, std::move(value), true};
+        ++count_;
+    }
 
-// The built-in filters' positions in their list, by name, for a binary search.
-const std::vector<std::pair<std::string_view, std::size_t>>& builtinFilterIndex() {
-    static const auto index = [] {
+    const T* find(std::string_view name) const {
+        for (std::size_t slot = hash(name);; slot = (slot + 1) % slotCount) {
+            const Slot& entry = slots_[slot];
+            if (!entry.used) return nullptr;
+            if (entry.name.size() == name.size() && entry.name == name) return &entry.value;
+        }
+    }
+    // The number of entries inserted.
+    std::size_t count() const { return count_; }
+
+private:
+    struct Slot {
+        std::string_view name;
+        T value{};
+        bool used = false;
+    };
+    static std::size_t hash(std::string_view name) {
+        std::size_t h = name.size();
+        for (char c : name) h = h * 31 + static_cast<unsigned char>(c);
+        return (h ^ (h >> 7)) % slotCount;
+    }
+
+    // Well above twice the entries, so that probes stay short.
+    Slot slots_[slotCount];
+    std::size_t count_ = 0;
+};
+
+using BuiltinFilterIndex = NameTable<std::size_t, 256>;
+
+// The built-in filters' positions in their list, by name.
+const BuiltinFilterIndex& builtinFilterIndex() {
+    static const BuiltinFilterIndex index = [] {
+        BuiltinFilterIndex out;
         const auto& filters = *builtinFilterList();
-        std::vector<std::pair<std::string_view, std::size_t>> out;
-        out.reserve(filters.size());
-        for (std::size_t i = 0; i < filters.size(); ++i) out.emplace_back(filters[i].identifier, i);
-        // Stable: of two built-ins with one name the first stays first.
-        std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return shorterOrBefore(a.first, b.first); });
+        for (std::size_t i = 0; i < filters.size(); ++i) out.insert(filters[i].identifier, i);
+        return out;
+    }();
+    return index;
+}
+
+// The built-in tag classes by keyword, pointing into the built-in registry.
+const NameTable<const std::vector<TagClass>*, 64>& builtinTagIndex() {
+    static const auto index = [] {
+        NameTable<const std::vector<TagClass>*, 64> out;
+        for (const auto& [keyword, classes] : *builtinTagRegistry()) out.insert(keyword, &classes);
         return out;
     }();
     return index;
@@ -149,10 +195,8 @@ const Filter* Parser::findFilter(std::string_view identifier) const {
     // Every list starts with the built-ins (registering copies them and appends), and the first
     // entry with a name wins: look there first, then through what was registered after them.
     const auto& index = builtinFilterIndex();
-    auto found = std::lower_bound(index.begin(), index.end(), identifier,
-                                  [](const auto& entry, std::string_view name) { return shorterOrBefore(entry.first, name); });
-    if (found != index.end() && found->first == identifier) return &(*filters_)[found->second];
-    for (std::size_t i = index.size(); i < filters_->size(); ++i)
+    if (auto found = index.find(identifier)) return &(*filters_)[*found];
+    for (std::size_t i = index.count(); i < filters_->size(); ++i)
         if ((*filters_)[i].identifier == identifier) return &(*filters_)[i];
     return nullptr;
 }
@@ -200,9 +244,6 @@ void Parser::addParseError(std::string message) {
 
 namespace {
 
-// Scalars count as the few bytes they print as.
-constexpr std::size_t scalarSize = 8;
-
 std::size_t sizeOf(const Token::Value& value, std::size_t limit);
 
 std::size_t sizeOf(const Token::Value::Dictionary& dictionary, std::size_t limit) {
@@ -225,12 +266,17 @@ std::size_t sizeOf(const Token::Value& value, std::size_t limit) {
         return size;
     }
     if (auto* dictionary = value.asDictionary()) return sizeOf(*dictionary, limit);
-    return scalarSize;
+    return Parser::scalarSize;
 }
 
 }  // namespace
 
 std::size_t Parser::valueSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
+
+std::uint64_t Parser::passSize(const IterationTag& loop, const Context& pass) {
+    if (auto size = loop.passVariablesSize()) return *size;
+    return variablesSize(pass.variables);
+}
 
 std::size_t Parser::variablesSize(const Token::Value::Dictionary& variables, std::size_t limit) {
     return sizeOf(variables, limit);
@@ -299,7 +345,8 @@ void Parser::walk() {
                 // A statement in a block that shows nothing is not even evaluated.
                 if (current_->outputState_ == OutputState::enabled) {
                     chargeWork(token.value.size());
-                    Token::Value value = evaluateFilteredExpression(token.value, current_->evaluationContext_);
+                    Token::Value storage;
+                    const Token::Value& value = filteredValue(token.value, current_->evaluationContext_, storage);
                     std::string text;
                     value.appendStringValue(text);
                     emit(*current_, std::move(text));
@@ -324,7 +371,7 @@ void Parser::processTag(std::size_t& index) {
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
-                chargeWork(variablesSize(next->variables));
+                chargeWork(passSize(*loop, *next));
                 collapsePass(scope);
                 scope.setContext(std::move(next));
                 scope.setOutputState(OutputState::enabled);
@@ -379,7 +426,11 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         lookup.done = true;
         lookup.statement = unicode::trimWhitespaceAndNewlines(text);
         lookup.keyword = lookup.statement.substr(0, unicode::findWhitespaceOrNewline(lookup.statement));
-        if (auto found = tags_->find(lookup.keyword); found != tags_->end()) lookup.classes = &found->second;
+        if (tags_ == builtinTagRegistry()) {
+            if (auto* found = builtinTagIndex().find(lookup.keyword)) lookup.classes = *found;
+        } else if (auto found = tags_->find(lookup.keyword); found != tags_->end()) {
+            lookup.classes = &found->second;
+        }
     }
     std::string_view statement = lookup.statement, keyword = lookup.keyword;
     if (statement.empty()) {
@@ -418,7 +469,7 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     scope.passScopes_ = scopes_.size();
     if (auto* loop = scope.tag_->iterationTag()) {
         auto first = loop->iterationContext();
-        if (first) chargeWork(variablesSize(first->variables));
+        if (first) chargeWork(passSize(*loop, *first));
         scope.setContext(std::move(first));
     }
     scope.tag_->didDefine(scope, *this);

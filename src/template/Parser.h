@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -22,6 +23,7 @@
 namespace drovel::templating {
 
 class Tag;
+class IterationTag;
 
 // A tag class as the registry holds it: its keyword, its kind and how to make one.
 struct TagClass {
@@ -131,6 +133,8 @@ public:
     // their elements' (and keys') sizes plus elementOverhead for each. Counting stops once it
     // passes `limit`.
     static constexpr std::size_t elementOverhead = valueElementOverhead;
+    // What a boolean, number, range or nil counts: the few bytes it prints as.
+    static constexpr std::size_t scalarSize = 8;
     static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize);
     static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
@@ -151,12 +155,19 @@ public:
 
 private:
     void walk();
-    Token::Value evaluateFilterChain(std::string_view statement, Context* context);
+    // The in-place forms of the evaluations: the result is a variable's value where the
+    // statement reads one unchanged (valid until the variables change), else `storage`.
+    const Token::Value& expressionValue(std::string_view statement, Context& scope, Token::Value& storage);
+    const Token::Value& filteredValue(std::string_view statement, Context* context, Token::Value& storage);
+    const Token::Value& filterChainValue(std::string_view statement, Context& scope, Token::Value& storage);
+    Token::Value evaluateComparisons(std::span<const std::string_view> components, Context& scope);
     void processTag(std::size_t& index);
     std::unique_ptr<Tag> compileTag(std::size_t tokenIndex);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
     // Joins the output of a loop's finished pass into one string and frees the pass's scopes.
     void collapsePass(Scope& loopScope);
+    // What a loop pass's variables count against the budget.
+    static std::uint64_t passSize(const IterationTag& loop, const Context& pass);
     // Adds a statement's text to the current scope, counted against the output limit.
     void emit(Scope& scope, std::string text);
     void addParseError(std::string message);

@@ -52,7 +52,8 @@ std::string render(std::string_view templateText, const std::shared_ptr<Context>
     std::string output;
     renderOutput(templateText, context, output, nullptr);
     // A template that renders to nothing is shown as written.
-    return output.empty() ? std::string(templateText) : output;
+    if (output.empty()) return std::string(templateText);
+    return output;
 }
 
 std::shared_ptr<Context> makeAppContext(const std::map<std::string, std::string>& customTemplateContent) {

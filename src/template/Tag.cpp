@@ -47,7 +47,7 @@ void Tag::CompiledExpression::set(std::string_view key, Token::Value value) {
             return;
         }
     }
-    entries_.push_back({std::string(key), std::move(value)});
+    entries_.push_back({key, std::move(value)});
 }
 
 bool Tag::terminates(const Tag& scopeTag) const {

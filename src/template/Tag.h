@@ -48,6 +48,7 @@ enum class TagKind : int {
 };
 
 class IterationTag;
+class TagIf;
 
 class Tag {
 public:
@@ -73,7 +74,8 @@ public:
         std::string message;
     };
 
-    // What parse() stored, by segment key.
+    // What parse() stored, by segment key. Keys are viewed, not copied: they are the segments'
+    // static names or words of the statement, which outlive the tag.
     class CompiledExpression {
     public:
         const Token::Value* find(std::string_view key) const;
@@ -81,7 +83,7 @@ public:
 
     private:
         // Tags store one to three entries; keep them inline.
-        SmallVector<std::pair<std::string, Token::Value>, 3> entries_;
+        SmallVector<std::pair<std::string_view, Token::Value>, 3> entries_;
     };
 
     explicit Tag(std::shared_ptr<Context> context) : context(std::move(context)) {}
@@ -104,6 +106,8 @@ public:
     virtual bool shouldTerminateParentScope() const { return false; }
     // Loop tags return themselves (see IterationTag); the parser asks them for each pass.
     virtual IterationTag* iterationTag() { return nullptr; }
+    // Branches of an if chain (if, elsif, unless) return themselves.
+    virtual TagIf* conditionalTag() { return nullptr; }
 
     // Compiles the whole statement (keyword included) against tagExpression(), storing each
     // identifier, variable and group in compiledExpression. Returns the failure, if any.
@@ -193,6 +197,9 @@ public:
     virtual std::shared_ptr<Context> nextIterationContext() = 0;
     // The number of passes made so far.
     virtual std::int64_t iterated() const = 0;
+    // The size of the latest pass's variables as Parser::variablesSize counts them, when the tag
+    // knows it without walking them; otherwise nothing.
+    virtual std::optional<std::uint64_t> passVariablesSize() const { return std::nullopt; }
 };
 
 // Gives a tag class its keyword, kind and registry entry from Derived::keywordText and

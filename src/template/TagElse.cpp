@@ -23,7 +23,7 @@ std::span<const int> TagElse::terminatesScopesWithTags() const { return elseTerm
 
 void TagElse::didTerminate(Parser::Scope& scope, Parser&) {
     didTerminateScope = true;
-    if (auto* branch = dynamic_cast<TagIf*>(scope.tag())) chainTaken_ = branch->chainTaken();
+    if (auto* branch = scope.tag()->conditionalTag()) chainTaken_ = branch->chainTaken();
 }
 
 void TagElse::didDefine(Parser::Scope& scope, Parser&) {

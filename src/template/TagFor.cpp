@@ -190,30 +190,68 @@ Value TagFor::itemAt(std::uint64_t pass) const {
     return Value::nil();
 }
 
+namespace {
+
+// forloop's names in key order, and what Parser::valueSize counts for the dictionary: each
+// entry's overhead and name, and a scalar for each value.
+constexpr std::string_view forloopName = "forloop";
+constexpr std::string_view forloopKeys[] = {"first", "index", "index0", "last", "length", "rindex", "rindex0"};
+constexpr std::uint64_t forloopSize = [] {
+    std::uint64_t size = 0;
+    for (std::string_view key : forloopKeys) size += Parser::elementOverhead + key.size() + Parser::scalarSize;
+    return size;
+}();
+
+}  // namespace
+
 std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t pass = iterated_++;
     std::uint64_t remaining = count_ - pass;  // this pass included
-    // In key order, as fromOrderedEntries wants them.
-    Value::Dictionary::Entries entries;
-    entries.reserve(7);
-    entries.emplace_back("first", Value::boolean(pass == 0));
-    entries.emplace_back("index", Value::integer(saturated(pass + 1)));
-    entries.emplace_back("index0", Value::integer(saturated(pass)));
-    entries.emplace_back("last", Value::boolean(remaining == 1));
-    entries.emplace_back("length", Value::integer(saturated(count_)));
-    entries.emplace_back("rindex", Value::integer(saturated(remaining)));
-    entries.emplace_back("rindex0", Value::integer(saturated(remaining - 1)));
-    auto forloop = Value::Dictionary::fromOrderedEntries(std::move(entries));
+    Value values[] = {Value::boolean(pass == 0),
+                      Value::integer(saturated(pass + 1)),
+                      Value::integer(saturated(pass)),
+                      Value::boolean(remaining == 1),
+                      Value::integer(saturated(count_)),
+                      Value::integer(saturated(remaining)),
+                      Value::integer(saturated(remaining - 1))};
     // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
-    constexpr std::string_view forloopName = "forloop";
+    // Counted as Parser::variablesSize counts them, which stops once past the value size limit.
+    bool itemFirst = iteree_ < forloopName, hasItem = iteree_ != forloopName;
+    Value item = hasItem ? itemAt(pass) : Value();
+    std::uint64_t forloopEntrySize = Parser::elementOverhead + forloopName.size() + forloopSize;
+    std::uint64_t itemEntrySize = hasItem ? Parser::elementOverhead + iteree_.size() + Parser::valueSize(item) : 0;
+    passVariablesSize_ = itemEntrySize + (itemFirst && itemEntrySize > Parser::maximumValueSize ? 0 : forloopEntrySize);
+    hasSupplementalContext_ = true;
+
+    // A pass's context is free again two passes later (the walk holds the current pass's while it
+    // asks for the next one): then it is refilled instead of made anew.
+    auto makeForloop = [&values] {
+        Value::Dictionary::Entries entries;
+        entries.reserve(std::size(forloopKeys));
+        for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries.emplace_back(forloopKeys[i], std::move(values[i]));
+        return Value::dictionary(Value::Dictionary::fromSortedEntries(std::move(entries)));
+    };
+    std::shared_ptr<SupplementalContext>& reusable = passContexts_[pass % 2];
+    if (reusable && reusable.use_count() == 1) {
+        Value::Dictionary& variables = reusable->variables;
+        if (hasItem) variables.valueAt(itemFirst ? 0 : 1) = std::move(item);
+        Value& forloop = variables.valueAt(itemFirst ? 1 : 0);
+        // A template may have kept the previous forloop ("assign f = forloop"): then a new one.
+        if (Value::Dictionary* entries = forloop.uniqueDictionary()) {
+            for (std::size_t i = 0; i < std::size(values); ++i) entries->valueAt(i) = std::move(values[i]);
+        } else {
+            forloop = makeForloop();
+        }
+        return reusable;
+    }
+    Value forloop = makeForloop();
     Value::Dictionary::Entries variableEntries;
     variableEntries.reserve(2);
-    if (iteree_ < forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
-    variableEntries.emplace_back(forloopName, Value::dictionary(std::move(forloop)));
-    if (iteree_ > forloopName) variableEntries.emplace_back(iteree_, itemAt(pass));
-    auto variables = Value::Dictionary::fromOrderedEntries(std::move(variableEntries));
-    hasSupplementalContext_ = true;
-    return context->makeSupplement(std::move(variables));
+    if (hasItem && itemFirst) variableEntries.emplace_back(iteree_, std::move(item));
+    variableEntries.emplace_back(forloopName, std::move(forloop));
+    if (hasItem && !itemFirst) variableEntries.emplace_back(iteree_, std::move(item));
+    reusable = context->makeSupplement(Value::Dictionary::fromSortedEntries(std::move(variableEntries)));
+    return reusable;
 }
 
 void TagFor::haltLoop(Parser::Scope& scope, Parser& parser, bool stopLoop) {

@@ -38,6 +38,7 @@ public:
     std::shared_ptr<Context> iterationContext() override;
     std::shared_ptr<Context> nextIterationContext() override;
     std::int64_t iterated() const override { return static_cast<std::int64_t>(iterated_); }
+    std::optional<std::uint64_t> passVariablesSize() const override { return passVariablesSize_; }
 
     // Whether another pass follows the current one.
     bool hasNextPass() const { return !stopped_ && iterated_ < count_; }
@@ -72,6 +73,9 @@ private:
     bool hasSupplementalContext_ = false;
     std::string_view iterandText_;
     std::string iteree_;  // the loop variable's name, canonical
+    std::uint64_t passVariablesSize_ = 0;
+    // The contexts of the latest two passes (see makePass).
+    std::shared_ptr<SupplementalContext> passContexts_[2];
     // "variable-collection" while the loop records its position, else empty.
     std::string positionKey_;
 };

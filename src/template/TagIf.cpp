@@ -33,7 +33,7 @@ Token::Value TagIf::evaluateVariable(std::string_view, std::string_view text, Pa
 std::span<const int> TagElsif::terminatesScopesWithTags() const { return elsifTerminates; }
 
 void TagElsif::didTerminate(Parser::Scope& scope, Parser&) {
-    if (auto* branch = dynamic_cast<TagIf*>(scope.tag())) earlierBranchTaken_ = branch->chainTaken();
+    if (auto* branch = scope.tag()->conditionalTag()) earlierBranchTaken_ = branch->chainTaken();
 }
 
 std::span<const int> TagEndIf::terminatesScopesWithTags() const { return endIfTerminates; }

@@ -17,6 +17,7 @@ public:
     bool definesScope() const override { return true; }
     // Disables the branch unless its condition holds and no earlier branch of the chain was taken.
     void didDefine(Parser::Scope& scope, Parser& parser) override;
+    TagIf* conditionalTag() override { return this; }
 
     // Whether this branch's own condition selects it (a truthy "conditional").
     virtual bool branchTaken() const;

@@ -57,8 +57,15 @@ Value Value::array(Array elements) {
 
 Value Value::dictionary(Dictionary entries) {
     Value out;
-    out.storage_ = std::make_shared<const Dictionary>(std::move(entries));
+    // Made mutable and held as const, so that uniqueDictionary may change it.
+    out.storage_ = std::shared_ptr<const Dictionary>(std::make_shared<Dictionary>(std::move(entries)));
     return out;
+}
+
+Value::Dictionary* Value::uniqueDictionary() {
+    auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
+    if (!dictionary || dictionary->use_count() != 1) return nullptr;
+    return const_cast<Dictionary*>(dictionary->get());
 }
 
 Value Value::range(std::int64_t lower, std::int64_t upper) {
@@ -226,14 +233,27 @@ Value::Dictionary Value::Dictionary::fromOrderedEntries(Entries entries) {
     return out;
 }
 
+Value::Dictionary Value::Dictionary::fromSortedEntries(Entries entries) {
+    Dictionary out;
+    out.entries_ = std::move(entries);
+    return out;
+}
+
 Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::string_view key) const {
     return std::lower_bound(entries_.begin(), entries_.end(), key,
                             [](const Entry& entry, std::string_view wanted) { return std::string_view(entry.first) < wanted; });
 }
 
 const Value* Value::Dictionary::find(std::string_view key) const {
-    std::string canonical;
-    if (!unicode::isASCII(key)) key = canonical = unicode::canonicalForm(key);
+    // Keys are stored canonical, so a key found byte for byte is canonical itself; only a key
+    // that is not found and not ASCII needs its canonical form to be looked up again.
+    if (const Value* found = findCanonical(key)) return found;
+    if (unicode::isASCII(key)) return nullptr;
+    std::string canonical = unicode::canonicalForm(key);
+    return canonical == key ? nullptr : findCanonical(canonical);
+}
+
+const Value* Value::Dictionary::findCanonical(std::string_view key) const {
     // Most dictionaries hold a handful of entries: comparing lengths first beats a search.
     if (entries_.size() <= 8) {
         for (const auto& [name, value] : entries_)

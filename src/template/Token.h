@@ -98,6 +98,8 @@ public:
     bool isTruthy() const;
     bool isFalsy() const { return !isTruthy(); }
     bool isEmptyString() const;
+    // The dictionary, to change in place, when this value is its only holder; otherwise null.
+    Dictionary* uniqueDictionary();
 
     // Same case and equal payloads: strings by canonical equivalence, decimals by value,
     // containers element by element. Never across cases: integer 1 is not decimal 1.
@@ -128,12 +130,16 @@ public:
     // engine's own dictionaries, such as a loop's "forloop"); anything else is a programming error
     // (std::invalid_argument).
     static Dictionary fromOrderedEntries(Entries entries);
+    // The same without the check, for entries whose order the engine's code fixes.
+    static Dictionary fromSortedEntries(Entries entries);
 
     // The value under the key, or null. The pointer stays valid until the dictionary changes.
     const Value* find(std::string_view key) const;
     // Stores or replaces the entry.
     void set(std::string_view key, Value value);
     bool erase(std::string_view key);
+    // The value of the entry at that position in key order, to change in place.
+    Value& valueAt(std::size_t position) { return entries_[position].second; }
 
     std::size_t size() const { return entries_.size(); }
     bool empty() const { return entries_.empty(); }
@@ -145,6 +151,7 @@ public:
 private:
     // The first entry whose key is not below `key` (canonical).
     Entries::const_iterator lowerBound(std::string_view key) const;
+    const Value* findCanonical(std::string_view key) const;
     void setCanonical(std::string key, Value value);
 
     Entries entries_;

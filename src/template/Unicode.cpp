@@ -150,9 +150,10 @@ bool whitespaceBefore(std::string_view text, std::size_t position, std::size_t& 
 }  // namespace
 
 std::size_t findWhitespaceOrNewline(std::string_view text) {
-    std::size_t position = 0, length;
-    while (position < text.size()) {
-        auto byte = static_cast<unsigned char>(text[position]);
+    const char* data = text.data();
+    std::size_t position = 0, size = text.size(), length;
+    while (position < size) {
+        auto byte = static_cast<unsigned char>(data[position]);
         if (byte < 0x80) {
             if (isASCIIWhitespace(byte)) break;
             ++position;
@@ -165,15 +166,16 @@ std::size_t findWhitespaceOrNewline(std::string_view text) {
     return position;
 }
 
-std::string_view trimWhitespaceAndNewlines(std::string_view text) {
+std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text) {
+    const auto* data = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t start = 0, end = text.size(), length;
-    // Statements and operands rarely have white space at either end: one look at each end.
-    if (start < end && !isASCIIWhitespace(static_cast<unsigned char>(text[start])) &&
-        static_cast<unsigned char>(text[start]) < 0x80 && !isASCIIWhitespace(static_cast<unsigned char>(text[end - 1])) &&
-        static_cast<unsigned char>(text[end - 1]) < 0x80)
-        return text;
-    while (start < end && whitespaceAt(text, start, length)) start += length;
-    while (end > start && whitespaceBefore(text, end, length)) end -= length;
+    // ASCII ends without decoding; a byte above ASCII goes the long way.
+    while (start < end && data[start] < 0x80 && isASCIIWhitespace(data[start])) ++start;
+    if (start < end && data[start] >= 0x80)
+        while (start < end && whitespaceAt(text, start, length)) start += length;
+    while (end > start && data[end - 1] < 0x80 && isASCIIWhitespace(data[end - 1])) --end;
+    if (end > start && data[end - 1] >= 0x80)
+        while (end > start && whitespaceBefore(text, end, length)) end -= length;
     return text.substr(start, end - start);
 }
 

@@ -33,7 +33,18 @@ bool isWhitespaceOrNewline(char32_t c);
 // The position of the first white space or newline character, or the text's length.
 std::size_t findWhitespaceOrNewline(std::string_view text);
 // Removes white space and newlines from both ends.
-std::string_view trimWhitespaceAndNewlines(std::string_view text);
+// The general case of trimWhitespaceAndNewlines.
+std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text);
+inline std::string_view trimWhitespaceAndNewlines(std::string_view text) {
+    // Most statements and operands are printable ASCII with at most blanks around them.
+    std::size_t start = 0, end = text.size();
+    while (start < end && text[start] == ' ') ++start;
+    while (end > start && text[end - 1] == ' ') --end;
+    text = text.substr(start, end - start);
+    auto printable = [](char c) { return c > ' ' && c < 0x7F; };
+    if (text.empty() || (printable(text.front()) && printable(text.back()))) return text;
+    return trimWhitespaceAndNewlinesSlowly(text);
+}
 // Removes the space character U+0020 from both ends; tabs and line breaks stay.
 std::string_view trimSpaces(std::string_view text);
 

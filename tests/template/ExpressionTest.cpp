@@ -20,28 +20,21 @@ const Operator& op(std::string_view identifier) {
 
 TEST(Operators, Table) {
     const std::tuple<Value, const char*, Value, bool> cases[] = {
-        {integer(3), "==", integer(3), true},
-        {integer(3), "==", decimal("3"), false},
-        {str("3"), "==", integer(3), false},
-        {str("é"), "==", str("e\xCC\x81"), true},
-        {integer(3), "!=", decimal("3"), true},
-        {Value::nil(), "!=", Value::nil(), false},
+        {integer(3), "==", integer(3), true}, {integer(3), "==", decimal("3"), false},
+        {str("3"), "==", integer(3), false}, {str("é"), "==", str("e\xCC\x81"), true},
+        {integer(3), "!=", decimal("3"), true}, {Value::nil(), "!=", Value::nil(), false},
         {decimal("3"), ">", integer(2), true},
         {str("10"), ">", str("9"), true},  // numbers, not text order
         {str("abc"), "<", integer(1), true},  // a non-number counts as zero
-        {Value::boolean(true), ">=", integer(0), true},
-        {Value::nil(), "<=", Value::array({}), true},
-        {str("2.5"), "<", decimal("2.6"), true},
-        {str("hello world"), "contains", str("lo w"), true},
-        {str("hello"), "contains", str("L"), false},
-        {str("hello"), "contains", str(""), false},
+        {Value::boolean(true), ">=", integer(0), true}, {Value::nil(), "<=", Value::array({}), true},
+        {str("2.5"), "<", decimal("2.6"), true}, {str("hello world"), "contains", str("lo w"), true},
+        {str("hello"), "contains", str("L"), false}, {str("hello"), "contains", str(""), false},
         {str("café"), "contains", str("e"), false},  // é is one character
         {str("a\r\nb"), "contains", str("\n"), false},  // so is CR LF
         {str("cafe\xCC\x81s"), "contains", str("é"), true},
         {Value::array({str("vip"), integer(1)}), "contains", str("vip"), true},
         {Value::array({integer(1), integer(2)}), "contains", integer(1), false},
-        {Value::array({str("1")}), "contains", integer(1), false},
-        {integer(12), "contains", str("1"), false},
+        {Value::array({str("1")}), "contains", integer(1), false}, {integer(12), "contains", str("1"), false},
     };
     for (const auto& [left, identifier, right, expected] : cases)
         EXPECT_EQ(op(identifier).lambda(left, right), Value::boolean(expected))
@@ -68,21 +61,14 @@ protected:
 TEST_F(Expressions, LogicalEvaluation) {
     context->set(Value::array({str("vip"), str("gold")}), "tags");
     const std::pair<const char*, Value> cases[] = {
-        {"", Value::nil()},
-        {"x", decimal("3")},
-        {"unknown", Value::nil()},
+        {"", Value::nil()}, {"x", decimal("3")}, {"unknown", Value::nil()},
         {"x == 3", Value::boolean(false)},  // x came from a host integer: a decimal
-        {"x == 3.0", Value::boolean(true)},
-        {"x > 2", Value::boolean(true)},
-        {"x   >   2", Value::boolean(true)},
-        {"a == 1 and b == 2", Value::boolean(true)},
-        {"a == 1 and b == 3", Value::boolean(false)},
+        {"x == 3.0", Value::boolean(true)}, {"x > 2", Value::boolean(true)}, {"x   >   2", Value::boolean(true)},
+        {"a == 1 and b == 2", Value::boolean(true)}, {"a == 1 and b == 3", Value::boolean(false)},
         {"a == 1 or b == 3", Value::boolean(true)},
         // Logical words group to the right: a == 1 or (b == 3 and c == 4), a == 2 and (b == 2 or c == 3).
-        {"a == 1 or b == 3 and c == 4", Value::boolean(true)},
-        {"a == 2 and b == 2 or c == 3", Value::boolean(false)},
-        {"tags contains 'vip'", Value::boolean(true)},
-        {"tags contains 'silver'", Value::boolean(false)},
+        {"a == 1 or b == 3 and c == 4", Value::boolean(true)}, {"a == 2 and b == 2 or c == 3", Value::boolean(false)},
+        {"tags contains 'vip'", Value::boolean(true)}, {"tags contains 'silver'", Value::boolean(false)},
     };
     for (const auto& [statement, expected] : cases) {
         EXPECT_EQ(evaluate(statement), expected) << statement;
@@ -113,8 +99,7 @@ TEST_F(Expressions, MalformedExpressionsReportExactMessages) {
 TEST_F(Expressions, FilterChains) {
     LogCapture log;
     const std::tuple<const char*, Value, const char*> cases[] = {
-        {"points | plus: 50", decimal("170"), nullptr},
-        {"points | plus: 50 | plus: 0.5", decimal("170.5"), nullptr},
+        {"points | plus: 50", decimal("170"), nullptr}, {"points | plus: 50 | plus: 0.5", decimal("170.5"), nullptr},
         {"points|plus:50", decimal("170"), nullptr},
         {"points || plus: 1", decimal("121"), nullptr},  // empty pieces are dropped
         {"a | plus: b", decimal("3"), nullptr},

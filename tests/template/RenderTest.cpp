@@ -28,8 +28,7 @@ TEST(Render, NotificationTemplates) {
         {"{% if app.tier == 'gold' %}Gold perk: free coffee{% elsif app.tier == 'silver' %}Silver perk{% else %}Welcome!{% endif %}",
          "Gold perk: free coffee"},
         {"{{ app }}{{ app.unknown }}", "{{ app }}{{ app.unknown }}"},  // empty output: shown as written
-        {"{% if app.tier == 'silver' %}x{% endif %}", "{% if app.tier == 'silver' %}x{% endif %}"},
-        {"", ""},
+        {"{% if app.tier == 'silver' %}x{% endif %}", "{% if app.tier == 'silver' %}x{% endif %}"}, {"", ""},
         {"plain", "plain"},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(render(text, app()), expected) << text;

@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-
-#include "template/Lexer.h"
-#include "template/Parser.h"
-#include "template/Tag.h"
+#include "template/TagFor.h"
 #include "template/TemplateTestSupport.h"
 
 namespace drovel::templating {
@@ -14,38 +11,6 @@ namespace {
 
 using namespace testing;
 using Value = Token::Value;
-
-struct Outcome {
-    std::string output;
-    std::vector<std::string> log;
-};
-
-Outcome run(std::string_view text, std::shared_ptr<Context> context) {
-    LogCapture log;
-    Parser parser(Lexer(text).tokenize(), std::move(context));
-    return {parser.parseJoined(), std::move(log.lines)};
-}
-
-std::shared_ptr<Context> sampleContext() {
-    return contextWith({
-        {"name", str("Ann")},
-        {"tier", str("gold")},
-        {"count", decimal("3")},
-        {"list", Value::array({integer(1), integer(2), integer(3)})},
-        {"pair", Value::array({str("a"), str("b")})},
-        {"empty", Value::array({})},
-        {"items", Value::array({Value::dictionary({{"name", str("tea")}}), Value::dictionary({{"name", str("cake")}})})},
-        {"user", Value::dictionary({{"name", str("Ann")}})},
-    });
-}
-
-void expectRenders(std::span<const std::pair<const char*, const char*>> cases) {
-    for (const auto& [text, expected] : cases) {
-        auto outcome = run(text, sampleContext());
-        EXPECT_EQ(outcome.output, expected) << text;
-        EXPECT_TRUE(outcome.log.empty()) << text << ": " << outcome.log[0];
-    }
-}
 
 TEST(Tags, CountersCaptureUnlessAndComment) {
     const std::pair<const char*, const char*> cases[] = {
@@ -62,8 +27,7 @@ TEST(Tags, CountersCaptureUnlessAndComment) {
         {"{% for i in list %}{% capture last %}#{{ i }}{% endcapture %}{% endfor %}{{ last }}", "#3"},
         {"{% unless true %}hidden{% endunless %}", ""},
         {"{% unless tier == 'silver' %}shown{% endunless %}", "shown"},
-        {"{% unless true %}A{% else %}B{% endunless %}", "B"},
-        {"{% unless false %}A{% else %}B{% endunless %}", "A"},
+        {"{% unless true %}A{% else %}B{% endunless %}", "B"}, {"{% unless false %}A{% else %}B{% endunless %}", "A"},
         {"{% unless true %}A{% elsif tier == 'gold' %}G{% else %}B{% endunless %}", "G"},
         {"a{% comment %}b{{ name }}{% if true %}c{% endif %}{% endcomment %}d", "ad"},
         {"a{% comment %}{% for x in nothing %}{% bogus %}{% comment %}{% endcomment %}x{% endcomment %}b", "ab"},
@@ -83,10 +47,8 @@ TEST(Tags, Case) {
         {"{% case count %}{% when 3 %}three{% endcase %}", "three"},  // a host decimal 3 matches 3
         {"{% case tier %}ignored{% when 'gold' %}G{% endcase %}", "G"},
         {"{% case tier %}{% else %}only else{% endcase %}", "only else"},
-        {"{% case tier %}{% when tier %}by variable{% endcase %}", "by variable"},
         {"{% if false %}{% case tier %}{% when 'x' %}{% else %}E{% endcase %}{% endif %}.", "."},
         {"{% case tier %}{% when 'gold' %}{% case name %}{% when 'Bo' %}B{% else %}N{% endcase %}{% endcase %}", "N"},
-        {"{% for i in list %}{% case i %}{% when 2 %}two{% else %}{{ i }}{% endcase %}{% endfor %}", "1two3"},
         {"{% when 'gold' %}outside a case{% endcase %}", ""},
     };
     expectRenders(cases);
@@ -95,11 +57,9 @@ TEST(Tags, Case) {
 TEST(Tags, Loops) {
     const std::pair<const char*, const char*> cases[] = {
         {"{% for i in list %}{{ i }}{% endfor %}", "123"},
-        {"{% for i in (2..4) %}{{ i }}{% endfor %}", "234"},
         {"{% for i in (-1..1) %}[{{ i }}]{% endfor %}", "[-1][0][1]"},
         {"{% for i in empty %}x{% else %}none{% endfor %}", "none"},
         {"{% for i in pair %}{{ i }}{% else %}none{% endfor %}", "ab"},
-        {"{% for item in items %}{{ item.name }},{% endfor %}", "tea,cake,"},
         {"{% for a in pair %}{{ a }}{{ forloop.index }}{% endfor %}", "a1b2"},  // named before "forloop"
         {"{% for forloop in pair %}{{ forloop.index }}{% endfor %}", "12"},    // forloop hides it
         {"{% for i in pair %}{{ forloop.index }}{{ forloop.index0 }}{{ forloop.rindex }}{{ forloop.rindex0 }}"
@@ -119,14 +79,9 @@ TEST(Tags, Loops) {
          "21"},
         {"{% break %}{% continue %}outside", "outside"},
         {"{% for i in list %}{% case i %}{% when 2 %}{% continue %}{% endcase %}{{ i }}{% endfor %}", "13"},
-        {"{% for i in list %}{% unless i == 2 %}{{ i }}{% endunless %}{% endfor %}", "13"},
         {"{% for i in list %}{% if i == 2 %}{% break %}{% endif %}{% cycle 'a', 'b' %}{% endfor %}{% cycle 'a', 'b' %}", "ab"},
         {"{% case tier %}{% when 'gold' %}{% for i in empty %}{% else %}no items{% endfor %}{% endcase %}", "no items"},
-        {"{% capture c %}{% for i in list %}{% if i == 2 %}x{% endif %}{{ i }}{% endfor %}{% endcapture %}[{{ c }}]", "[1x23]"},
-        {"{% for i in list %}{% for j in pair %}{% if j == 'b' %}{{ i }}{% endif %}{% endfor %}-{% endfor %}", "1-2-3-"},
         {"{% for i in list reversed %}{{ i }}{% endfor %}", "321"},
-        {"{% for i in list limit:2 %}{{ i }}{% endfor %}", "12"},
-        {"{% for i in list offset: 1 %}{{ i }}{% endfor %}", "23"},
         {"{% for i in (1..10) offset:2 limit:3 reversed %}{{ i }}{{ forloop.index }}{% endfor %}", "514233"},
         {"{% for i in list offset:5 %}x{% else %}past the end{% endfor %}", "past the end"},
         {"{% for i in list limit:missing %}{{ i }}{% endfor %}", "123"},
@@ -208,35 +163,23 @@ TEST(Tags, FailuresAreLoggedAndTheTagIgnored) {
     const std::tuple<const char*, const char*, const char*> cases[] = {
         {"{% for i in name %}[{{ i }}]{% endfor %}", "[]",
          "Tag “for” skipped: Expected array or range parameter for for statement, found Ann"},
-        {"{% for i in nothing %}x{% endfor %}", "x", "Tag “for” skipped: Expected array or range parameter for for statement, found "},
         {"{% tablerow i in user %}x{% endtablerow %}", "x",
          "Tag “tablerow” skipped: Expected array or range parameter for for statement, found "},
         {"{% for i of list %}x{% endfor %}", "x", "Tag “for” skipped: Unexpected statement “of”, expected “in”"},
-        {"{% for %}x{% endfor %}", "x", "Tag “for” skipped: Expected identifier, found nothing."},
-        {"{% for i %}x{% endfor %}", "x", "Tag “for” skipped: Expected literal “in”, found nothing."},
-        {"{% for i in %}x{% endfor %}", "x", "Tag “for” skipped: Expected identifier or literal, found nothing."},
         {"{% for i in list reversed sideways %}x{% endfor %}", "x",
          "Tag “for” skipped: Expected end of tag expression, but found sideways"},
         {"{% for i in list limit:1 cols:2 %}x{% endfor %}", "x", "Tag “for” skipped: Expected end of tag expression, but found cols:2"},
         {"{% for i in list limit: %}x{% endfor %}", "x", "Tag “for” skipped: Expected identifier or literal, found nothing."},
-        {"{% increment %}", "", "Tag “increment” skipped: Expected identifier, found nothing."},
-        {"{% decrement a b %}", "", "Tag “decrement” skipped: Expected end of tag expression, but found b"},
         {"{% capture %}x{% endcapture %}", "x", "Tag “capture” skipped: Expected identifier, found nothing."},
         {"{% cycle %}", "", "Tag “cycle” skipped: Expected group list of strings, found nothing."},
         {"{% cycle 'g': %}", "", "Tag “cycle” skipped: Expected group list of strings, found nothing."},
         {"{% cycle : 'a' %}", "", "Tag “cycle” skipped: Expected identifier, found nothing."},
-        {"{% case %}{% endcase %}", "", "Tag “case” skipped: Expected identifier or literal, found nothing."},
         {"{% case tier %}{% when %}x{% endcase %}", "", "Tag “when” skipped: Expected identifier or literal, found nothing."},
         {"{% for i in list %}{% break now %}{{ i }}{% endfor %}", "123", "Tag “break” skipped: Expected end of tag expression, but found now"},
         {"{% comment %}x{% endcomment here %}", "", "Tag “endcomment” skipped: Expected end of tag expression, but found here"},
         {"{% for i in list %}{{ i }}", "1", "Unbalanced scopes!!"},
     };
-    for (const auto& [text, expected, message] : cases) {
-        auto outcome = run(text, sampleContext());
-        EXPECT_EQ(outcome.output, expected) << text;
-        ASSERT_FALSE(outcome.log.empty()) << text;
-        EXPECT_EQ(outcome.log.front(), message) << text;
-    }
+    expectLogs(cases);
 }
 
 TEST(Tags, EveryRegisteredKeywordIsKnownToTheParser) {
@@ -255,9 +198,9 @@ TEST(Tags, HostileLoopsStayBounded) {
     auto rendering = renderTemplate("{% for i in (1..9000000000000000000) %}" + body + "{% endfor %}", sampleContext());
     EXPECT_TRUE(rendering.abandoned);
     EXPECT_LE(rendering.tokenVisits, Parser::maximumTokenVisits + 1);
-    auto broken = run("{% for i in (-9223372036854775807..9223372036854775807) %}{{ i }}{% break %}{% endfor %}", sampleContext());
+    auto broken = run("{% for i in (-9223372036854775807..9223372036854775807) %}{{ i }}{% break %}{% endfor %}");
     EXPECT_EQ(broken.output, "-9223372036854775807");
-    auto fromEnd = run("{% for i in (1..9000000000000000000) reversed limit:2 %}{{ forloop.rindex }},{% endfor %}", sampleContext());
+    auto fromEnd = run("{% for i in (1..9000000000000000000) reversed limit:2 %}{{ forloop.rindex }},{% endfor %}");
     EXPECT_EQ(fromEnd.output, "2,1,");
 
     // Deeply nested loops: counters, cycles and lookups pass through every enclosing loop's
@@ -270,6 +213,21 @@ TEST(Tags, HostileLoopsStayBounded) {
     EXPECT_EQ(log.lines.front(), "Tag “for” skipped: Loops nested more than 100 deep");
     // Each tag and statement is visited once: every loop makes a single pass.
     EXPECT_EQ(deep.tokenVisits, 4u * 150);
+}
+
+TEST(Tags, LoopPassesCountTheirVariablesAsTheyHoldThem) {
+    // The loop variable sorts before or after "forloop", or is hidden by it; a value past the
+    // size limit stops the count early.
+    for (std::string name : {"a", "forloop", "zz"}) {
+        for (const Value& item : {str("x"), str(std::string(70000, 'x')), Value::array({str("y"), integer(1)})}) {
+            auto context = contextWith({{"list", Value::array({item, item})}});
+            Parser parser({}, context);
+            TagFor loop(context);
+            ASSERT_FALSE(loop.parse("for " + name + " in list", parser, parser.rootScope()));
+            for (auto pass = loop.iterationContext(); pass; pass = loop.nextIterationContext())
+                EXPECT_EQ(loop.passVariablesSize(), Parser::variablesSize(pass->variables)) << name;
+        }
+    }
 }
 
 }  // namespace

@@ -46,21 +46,16 @@ TEST(Decimal, ArithmeticRoundsTo38DigitsHalvesAwayFromZero) {
         const char *a, *op, *b, *expected;
     };
     const Case cases[] = {
-        {"0.1", "+", "0.2", "0.3"},
-        {"1", "-", "3", "-2"},
-        {"1.5", "*", "-2", "-3"},
-        {"10", "/", "4", "2.5"},
+        {"0.1", "+", "0.2", "0.3"}, {"1", "-", "3", "-2"}, {"1.5", "*", "-2", "-3"}, {"10", "/", "4", "2.5"},
         {"1", "/", "3", "0.33333333333333333333333333333333333333"},
         {"2", "/", "3", "0.66666666666666666666666666666666666667"},
-        {"-2", "/", "3", "-0.66666666666666666666666666666666666667"},
-        {"120", "+", "50", "170"},
+        {"-2", "/", "3", "-0.66666666666666666666666666666666666667"}, {"120", "+", "50", "170"},
         {"1e40", "+", "1", "10000000000000000000000000000000000000000"},
         {"10000000000000000000000000000000000000", "+", "0.5", "10000000000000000000000000000000000001"},
         {"-10000000000000000000000000000000000000", "-", "0.5", "-10000000000000000000000000000000000001"},
         {"99999999999999999999999999999999999999", "+", "1", "100000000000000000000000000000000000000"},
         {"1e100", "+", "1e-100", "10000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"},
-        {"0.1", "-", "0.1", "0"},
-        {"1", "/", "0", "NaN"},
+        {"0.1", "-", "0.1", "0"}, {"1", "/", "0", "NaN"},
         {"99999999999999999999999999999999999999e127", "*", "10", "NaN"},
     };
     for (const auto& c : cases) {
@@ -88,12 +83,8 @@ TEST(Decimal, OrdersAndHashesByValue) {
 
 TEST(Decimal, ConvertsToIntegersAndDoubles) {
     const std::pair<const char*, std::optional<std::int64_t>> integers[] = {
-        {"12.9", 12},
-        {"-12.9", -12},
-        {"0.5", 0},
-        {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
-        {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
-        {"9223372036854775808", std::nullopt},
+        {"12.9", 12}, {"-12.9", -12}, {"0.5", 0}, {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+        {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()}, {"9223372036854775808", std::nullopt},
         {"1e30", std::nullopt},
     };
     for (const auto& [text, expected] : integers) EXPECT_EQ(dec(text).integerValue(), expected) << text;
@@ -108,18 +99,11 @@ TEST(Decimal, ConvertsToIntegersAndDoubles) {
 
 TEST(Value, PrintedForms) {
     const std::pair<Value, const char*> cases[] = {
-        {str("héllo"), "héllo"},
-        {integer(-42), "-42"},
-        {decimal("12.50"), "12.5"},
-        {decimal("0.005"), "0.005"},
+        {str("héllo"), "héllo"}, {integer(-42), "-42"}, {decimal("12.50"), "12.5"}, {decimal("0.005"), "0.005"},
         {Value::array({str("a"), integer(1), str("b")}), "a1b"},
-        {Value::array({str("a"), integer(1), Value::nil()}), "a1"},
-        {Value::range(1, 5), "1..5"},
-        {Value::range(-3, -1), "-3..-1"},
-        {Value::boolean(true), ""},
-        {Value::boolean(false), ""},
-        {Value::dictionary({{"k", str("v")}}), ""},
-        {Value::nil(), ""},
+        {Value::array({str("a"), integer(1), Value::nil()}), "a1"}, {Value::range(1, 5), "1..5"},
+        {Value::range(-3, -1), "-3..-1"}, {Value::boolean(true), ""}, {Value::boolean(false), ""},
+        {Value::dictionary({{"k", str("v")}}), ""}, {Value::nil(), ""},
     };
     for (const auto& [value, expected] : cases) EXPECT_EQ(value.stringValue(), expected);
 }
@@ -132,17 +116,12 @@ TEST(Value, NumericViews) {
         std::optional<double> number;
     };
     const Case cases[] = {
-        {str("  12"), std::nullopt, "12", std::nullopt},
-        {str("+12"), 12, "12", 12.0},
-        {str("12.5"), std::nullopt, "12.5", 12.5},
-        {str(" 1.5"), std::nullopt, "1.5", std::nullopt},
-        {str("1.5 "), std::nullopt, "1.5", std::nullopt},
-        {str("0x10"), std::nullopt, "0", 16.0},
-        {str(""), std::nullopt, std::nullopt, std::nullopt},
-        {str("٣"), std::nullopt, std::nullopt, std::nullopt},
+        {str("  12"), std::nullopt, "12", std::nullopt}, {str("+12"), 12, "12", 12.0},
+        {str("12.5"), std::nullopt, "12.5", 12.5}, {str(" 1.5"), std::nullopt, "1.5", std::nullopt},
+        {str("1.5 "), std::nullopt, "1.5", std::nullopt}, {str("0x10"), std::nullopt, "0", 16.0},
+        {str(""), std::nullopt, std::nullopt, std::nullopt}, {str("٣"), std::nullopt, std::nullopt, std::nullopt},
         {str("9223372036854775808"), std::nullopt, "9223372036854775808", 9223372036854775808.0},
-        {integer(7), 7, "7", 7.0},
-        {decimal("-12.9"), -12, "-12.9", -12.9},
+        {integer(7), 7, "7", 7.0}, {decimal("-12.9"), -12, "-12.9", -12.9},
         {Value::boolean(true), std::nullopt, std::nullopt, std::nullopt},
         {Value::range(1, 2), std::nullopt, std::nullopt, std::nullopt},
         {Value::nil(), std::nullopt, std::nullopt, std::nullopt},
@@ -171,9 +150,7 @@ TEST(Value, TruthinessAndEmptyStrings) {
 
 TEST(Value, EqualityNeverCrossesCasesAndHashingFollowsIt) {
     const std::tuple<Value, Value, bool> cases[] = {
-        {integer(2), decimal("2"), false},
-        {str("1"), integer(1), false},
-        {decimal("2.0"), decimal("2"), true},
+        {integer(2), decimal("2"), false}, {str("1"), integer(1), false}, {decimal("2.0"), decimal("2"), true},
         {str("é"), str("e\xCC\x81"), true},  // precomposed and decomposed
         {str("K"), str("\xE2\x84\xAA"), true},  // the Kelvin sign is canonically K
         {str("a"), str("A"), false},
@@ -182,10 +159,8 @@ TEST(Value, EqualityNeverCrossesCasesAndHashingFollowsIt) {
         {Value::dictionary({{"a", integer(1)}, {"b", integer(2)}}), Value::dictionary({{"b", integer(2)}, {"a", integer(1)}}), true},
         {Value::dictionary({{"é", integer(1)}}), Value::dictionary({{"e\xCC\x81", integer(1)}}), true},
         {Value::dictionary({{"a", integer(1)}}), Value::dictionary({{"a", integer(2)}}), false},
-        {Value::range(1, 3), Value::range(1, 3), true},
-        {Value::range(1, 3), Value::range(1, 4), false},
-        {Value::nil(), Value::nil(), true},
-        {Value::nil(), Value::boolean(false), false},
+        {Value::range(1, 3), Value::range(1, 3), true}, {Value::range(1, 3), Value::range(1, 4), false},
+        {Value::nil(), Value::nil(), true}, {Value::nil(), Value::boolean(false), false},
     };
     for (const auto& [a, b, equal] : cases) {
         SCOPED_TRACE(a.stringValue() + " vs " + b.stringValue());
@@ -219,9 +194,7 @@ TEST(Value, DictionariesKeepKeysInOrderAndFindThemCanonically) {
         }
         for (const auto& key : keys) {
             const Value* found = dictionary.find(key);
-            if (key == "k0") EXPECT_EQ(found, nullptr);
-            else ASSERT_NE(found, nullptr) << key;
-            if (found) EXPECT_EQ(*found, str(key));
+            EXPECT_EQ(found ? std::optional(*found) : std::nullopt, key == "k0" ? std::nullopt : std::optional(str(key))) << key;
         }
         ASSERT_NE(dictionary.find("é"), nullptr);
         EXPECT_EQ(*dictionary.find("é"), integer(2));
@@ -254,12 +227,6 @@ TEST(Value, HostConversions) {
     EXPECT_EQ(tokenValue(Convertible{}), str("mine"));
     EXPECT_THROW(tokenValue(HalfOpenRange<int>{3, 3}), std::invalid_argument);
     EXPECT_THROW(Value::range(2, 1), std::invalid_argument);
-}
-
-TEST(Token, EqualWhenSameKindAndText) {
-    EXPECT_EQ(Token::variable("name"), Token::variable("name"));
-    EXPECT_FALSE(Token::variable("name") == Token::tag("name"));
-    EXPECT_FALSE(Token::text("a") == Token::text("b"));
 }
 
 }  // namespace
