@@ -31,11 +31,16 @@ void* operator new(std::size_t size) {
     return block;
 }
 
+// This operator new takes its blocks from malloc, so free is the matching release; GCC cannot
+// see that and warns where it inlines the pair.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void operator delete(void* block) noexcept {
     if (!block) return;
     heapInUse.fetch_sub(malloc_usable_size(block), std::memory_order_relaxed);
     std::free(block);
 }
+#pragma GCC diagnostic pop
 
 void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
 
