@@ -1,9 +1,8 @@
-// The parser's token walk: scopes, the conditional tags, assign, loops (through a loop tag of
-// its own, as a host would register one), and the messages of tag and structure problems.
+// The parser's token walk: scopes, the conditional tags, assign, and the messages of tag and
+// structure problems.
 
 #include <gtest/gtest.h>
 
-#include "template/Tag.h"
 #include "template/TagIf.h"
 #include "template/TemplateTestSupport.h"
 
@@ -11,55 +10,6 @@ namespace drovel::templating {
 namespace {
 
 using namespace testing;
-using Value = Token::Value;
-
-// "repeat NAME in LIST ... endrepeat": a minimal loop, to drive the walk's loop passes.
-class TestRepeat : public RegisteredTag<TestRepeat>, public IterationTag {
-public:
-    static constexpr std::string_view keywordText = "repeat";
-    static constexpr auto tagKind = static_cast<TagKind>(100);
-    explicit TestRepeat(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
-
-    std::span<const ExpressionSegment> tagExpression() const override {
-        static constexpr ExpressionSegment grammar[] = {{ExpressionSegment::Kind::identifier, "name"},
-                                                        {ExpressionSegment::Kind::literal, "in"},
-                                                        {ExpressionSegment::Kind::variable, "list"}};
-        return grammar;
-    }
-    bool definesScope() const override { return true; }
-    void didDefine(Parser::Scope& scope, Parser&) override {
-        if (items().empty()) scope.setOutputState(Parser::Scope::OutputState::disabled);
-    }
-    IterationTag* iterationTag() override { return this; }
-    std::shared_ptr<Context> iterationContext() override { return pass(); }
-    std::shared_ptr<Context> nextIterationContext() override { return passes_ < items().size() ? pass() : nullptr; }
-    std::int64_t iterated() const override { return static_cast<std::int64_t>(passes_); }
-
-private:
-    const Value::Array& items() const {
-        static const Value::Array none;
-        auto* list = compiledExpression.find("list")->asArray();
-        return list ? *list : none;
-    }
-    std::shared_ptr<Context> pass() {
-        Context::Dictionary variables;
-        if (passes_ < items().size()) variables.set(*compiledExpression.find("name")->asString(), items()[passes_++]);
-        return context->makeSupplement(std::move(variables));
-    }
-    std::size_t passes_ = 0;
-};
-
-class TestEndRepeat : public BlockEndTag<TestEndRepeat, static_cast<TagKind>(100)> {
-public:
-    static constexpr std::string_view keywordText = "endrepeat";
-    static constexpr auto tagKind = static_cast<TagKind>(101);
-    explicit TestEndRepeat(std::shared_ptr<Context> context) : BlockEndTag(std::move(context)) {}
-
-    std::span<const int> terminatesScopesWithTags() const override {
-        static constexpr int kinds[] = {100, static_cast<int>(TagKind::Else)};
-        return kinds;
-    }
-};
 
 TEST(Parser, Conditionals) {
     const std::pair<const char*, const char*> cases[] = {
@@ -80,20 +30,6 @@ TEST(Parser, Conditionals) {
         {"{% if name == 'Ann' %}{% assign z = 2 %}{% endif %}{{ z }}", "2"},
     };
     expectRenders(cases);
-}
-
-TEST(Parser, LoopsOfARegisteredTag) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"{% repeat i in list %}[{{ i }}]{% endrepeat %}", "[1][2][3]"},
-        {"{% repeat i in empty %}x{% else %}none{% endrepeat %}", "none"},
-        {"{% if false %}{% repeat i in empty %}{% else %}E{% endrepeat %}{% endif %}.", "."},
-        {"{% repeat i in pair %}{% repeat j in list %}{{ i }}{{ j }} {% if j == 2 %}|{% endif %}{% endrepeat %}{% endrepeat %}",
-         "a1 a2 |a3 b1 b2 |b3 "},
-        {"{% repeat i in list %}{% assign last = i %}{% endrepeat %}{{ last }}", "3"},
-        // A dotted path inside a loop reads the loop's variables only.
-        {"{% repeat item in items %}{{ item.name }}-{{ user.name }}-{{ name }} {% endrepeat %}", "tea--Ann cake--Ann "},
-    };
-    expectRenders<TestRepeat, TestEndRepeat>(cases);
 }
 
 TEST(Parser, TagAndStructureProblemsAreLoggedAndSkipped) {

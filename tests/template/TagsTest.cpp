@@ -61,6 +61,8 @@ TEST(Tags, Loops) {
         {"{% for i in empty %}x{% else %}none{% endfor %}", "none"},
         {"{% for i in pair %}{{ i }}{% else %}none{% endfor %}", "ab"},
         {"{% for a in pair %}{{ a }}{{ forloop.index }}{% endfor %}", "a1b2"},  // named before "forloop"
+        // A dotted path inside a loop reads the loop's variables only.
+        {"{% for item in items %}{{ item.name }}-{{ user.name }}-{{ name }} {% endfor %}", "tea--Ann cake--Ann "},
         {"{% for forloop in pair %}{{ forloop.index }}{% endfor %}", "12"},    // forloop hides it
         {"{% for i in pair %}{{ forloop.index }}{{ forloop.index0 }}{{ forloop.rindex }}{{ forloop.rindex0 }}"
          "{{ forloop.length }}{% if forloop.first %}F{% endif %}{% if forloop.last %}L{% endif %} {% endfor %}",
