@@ -46,27 +46,17 @@ TEST(HTMLEscape, Table) {
         std::string expected;
     };
     const Case cases[] = {
-        {"", plain, ""},
-        {"Az 09 a=b", plain, "Az 09 a=b"},
-        {"<'>\"&", plain, "&#x3C;&#x27;&#x3E;&#x22;&#x26;"},
-        {"<'>\"&", decimal, "&#60;&#39;&#62;&#34;&#38;"},
-        {"<'>\"&", named, "&lt;&apos;&gt;&quot;&amp;"},
-        {"a <b> & \"c\"", unsafe, "a <b> & \"c\""},
-        {"é", plain, "&#xE9;"},
-        {"é", decimal, "&#233;"},
-        {"é", named, "&eacute;"},
-        {"😀", plain, "&#x1F600;"},
-        {"😀", decimal, "&#128512;"},
+        {"", plain, ""}, {"Az 09 a=b", plain, "Az 09 a=b"}, {"<'>\"&", plain, "&#x3C;&#x27;&#x3E;&#x22;&#x26;"},
+        {"<'>\"&", decimal, "&#60;&#39;&#62;&#34;&#38;"}, {"<'>\"&", named, "&lt;&apos;&gt;&quot;&amp;"},
+        {"a <b> & \"c\"", unsafe, "a <b> & \"c\""}, {"é", plain, "&#xE9;"}, {"é", decimal, "&#233;"},
+        {"é", named, "&eacute;"}, {"😀", plain, "&#x1F600;"}, {"😀", decimal, "&#128512;"},
         {"→ ", named, "&rarr; "},  // the HTML 4 name, not "rightarrow;" or "srarr;"
-        {"a\t", everything, "&#x61;&#x9;"},
-        {"a\t\n", everythingNamed, "&#x61;&Tab;&NewLine;"},
+        {"a\t", everything, "&#x61;&#x9;"}, {"a\t\n", everythingNamed, "&#x61;&Tab;&NewLine;"},
         {"\r\n", everythingNamed, "&#xD;&#xA;"},  // CR LF is one character, which has no name
         {"\r\n", plain, "\r\n"},
         {"fj", everythingNamed, "&#x66;&#x6A;"},  // two characters: "fjlig;" never applies
         // Characters of several code points.
-        {"e\u0301", named, "e&#x301;"},
-        {"\u2242\u0338", named, "&nesim;"},
-        {"\u2242\u0338", plain, "&#x2242;&#x338;"},
+        {"e\u0301", named, "e&#x301;"}, {"\u2242\u0338", named, "&nesim;"}, {"\u2242\u0338", plain, "&#x2242;&#x338;"},
         {"<\u20D2", named, "&nvlt;"},
         {"x<\u20D2y", unsafe, "x&#x3C;&#x20D2;y"},  // an unsafe symbol inside a longer character
         {"a\u0600<b", unsafe, "a&#x600;&#x3C;b"},   // a prepended mark joins the "<" after it
@@ -89,18 +79,13 @@ TEST(HTMLEscape, ArgumentsDefaultToTheProcessWideOptions) {
 
 TEST(HTMLUnescape, Lenient) {
     const std::pair<std::string, std::string> cases[] = {
-        {"&lt;&gt;&amp;&quot;&apos;", "<>&\"'"},
-        {"&#65;&#x41;&#X41;&#0065;", "AAAA"},
-        {"&#65 &#65x", "A Ax"},
-        {"&amp &copy 2", "& © 2"},
-        {"?a=1&copy=2", "?a=1&copy=2"},  // not before "="
+        {"&lt;&gt;&amp;&quot;&apos;", "<>&\"'"}, {"&#65;&#x41;&#X41;&#0065;", "AAAA"}, {"&#65 &#65x", "A Ax"},
+        {"&amp &copy 2", "& © 2"}, {"?a=1&copy=2", "?a=1&copy=2"},  // not before "="
         {"&hellip &hellip;", "&hellip …"},  // only legacy names go without ";"
         {"&nesim;", "\u2242\u0338"},
         {"&foo; AT&T a & b &; &&lt;", "&foo; AT&T a & b &; &<"},
-        {"&#; &#x; &#xG; &#", "&#; &#x; &#xG; &#"},
-        {"&#x110000;&#99999999999999999999;&#xD800;", "\uFFFD\uFFFD\uFFFD"},
-        {"&#x80;&#1;&#xFFFE;", "\u0080\u0001\uFFFE"},
-        {std::string("&#0;", 4), std::string("\0", 1)},
+        {"&#; &#x; &#xG; &#", "&#; &#x; &#xG; &#"}, {"&#x110000;&#99999999999999999999;&#xD800;", "\uFFFD\uFFFD\uFFFD"},
+        {"&#x80;&#1;&#xFFFE;", "\u0080\u0001\uFFFE"}, {std::string("&#0;", 4), std::string("\0", 1)},
         {"é\xFF" "a\xE2\x82", "é\uFFFDa\uFFFD"},
     };
     for (const auto& [input, expected] : cases) {
@@ -111,23 +96,14 @@ TEST(HTMLUnescape, Lenient) {
 
 TEST(HTMLUnescape, StrictFailures) {
     const std::pair<std::string, Kind> cases[] = {
-        {"x &#65 y", Kind::MissingSemicolon},
-        {"&amp", Kind::MissingSemicolon},
-        {"&hellip", Kind::MissingSemicolon},
-        {"&copy=2", Kind::MissingSemicolon},
-        {"&foo;", Kind::InvalidNamedReference},
-        {"&#x110000;", Kind::OutsideValidUnicodeRange},
-        {"&#99999999999999999999;", Kind::OutsideValidUnicodeRange},
-        {"&#;", Kind::MalformedNumericReference},
-        {"&#x;", Kind::MalformedNumericReference},
-        {"&#XZ;", Kind::MalformedNumericReference},
-        {"&#x80;", Kind::DeprecatedNumericReference},
-        {"&#1;", Kind::DeprecatedNumericReference},
-        {"&#xD;", Kind::DeprecatedNumericReference},
-        {"&#xFDD0;", Kind::DeprecatedNumericReference},
-        {"&#x10FFFF;", Kind::DeprecatedNumericReference},
-        {"&#0;", Kind::DisallowedNumericReference},
-        {"&#xDFFF;", Kind::DisallowedNumericReference},
+        {"x &#65 y", Kind::MissingSemicolon}, {"&amp", Kind::MissingSemicolon}, {"&hellip", Kind::MissingSemicolon},
+        {"&copy=2", Kind::MissingSemicolon}, {"&foo;", Kind::InvalidNamedReference},
+        {"&#x110000;", Kind::OutsideValidUnicodeRange}, {"&#99999999999999999999;", Kind::OutsideValidUnicodeRange},
+        {"&#;", Kind::MalformedNumericReference}, {"&#x;", Kind::MalformedNumericReference},
+        {"&#XZ;", Kind::MalformedNumericReference}, {"&#x80;", Kind::DeprecatedNumericReference},
+        {"&#1;", Kind::DeprecatedNumericReference}, {"&#xD;", Kind::DeprecatedNumericReference},
+        {"&#xFDD0;", Kind::DeprecatedNumericReference}, {"&#x10FFFF;", Kind::DeprecatedNumericReference},
+        {"&#0;", Kind::DisallowedNumericReference}, {"&#xDFFF;", Kind::DisallowedNumericReference},
         {"ok \xC3(", Kind::IllegalArgument},
         {"&#x80", Kind::DeprecatedNumericReference},  // the code point is reported before the ";"
     };
