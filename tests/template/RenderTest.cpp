@@ -29,16 +29,9 @@ TEST(Render, NotificationTemplates) {
          "Gold perk: free coffee"},
         {"{{ app }}{{ app.unknown }}", "{{ app }}{{ app.unknown }}"},  // empty output: shown as written
         {"{% if app.tier == 'silver' %}x{% endif %}", "{% if app.tier == 'silver' %}x{% endif %}"}, {"", ""},
-        {"plain", "plain"},
+        {"plain", "plain"}, {"[{{ app.k }}]", "[]"},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(render(text, app()), expected) << text;
-}
-
-TEST(Render, NotificationContextHoldsOnlyApp) {
-    auto context = makeAppContext({{"k", "v"}});
-    EXPECT_EQ(context->variables.size(), 1u);
-    EXPECT_EQ(*context->getValue("app"), Value::dictionary({{"k", str("v")}}));
-    EXPECT_EQ(render("[{{ app.k }}]", makeAppContext({})), "[]");
 }
 
 TEST(Render, ReportsOutputAndParseErrors) {

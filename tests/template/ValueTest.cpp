@@ -143,7 +143,6 @@ TEST(Value, TruthinessAndEmptyStrings) {
     };
     for (const auto& [value, truthy, emptyString] : cases) {
         EXPECT_EQ(value.isTruthy(), truthy);
-        EXPECT_EQ(value.isFalsy(), !truthy);
         EXPECT_EQ(value.isEmptyString(), emptyString);
     }
 }
