@@ -1,4 +1,4 @@
-// Contexts: host values, counters, cycle groups, loop supplements, key paths and operands.
+// Contexts: host values, loop supplements with their counters and cycles, key paths and operands.
 
 #include <gtest/gtest.h>
 
@@ -42,20 +42,6 @@ TEST(Context, HostValuesBecomeTemplateValues) {
     EXPECT_EQ(*context.getValue("name"), decimal("7"));
 }
 
-TEST(Context, CycleGroupsRotate) {
-    Context context;
-    std::vector<Value> abc{str("a"), str("b"), str("c")};
-    std::string seen;
-    for (int i = 0; i < 4; ++i) seen += context.next(abc)->stringValue();
-    EXPECT_EQ(seen, "abca");
-    // An equal list without identifier continues the same group.
-    EXPECT_EQ(context.next(std::vector<Value>{str("a"), str("b"), str("c")})->stringValue(), "b");
-    // A named group keeps the list it started with.
-    EXPECT_EQ(context.next(abc, "g")->stringValue(), "a");
-    EXPECT_EQ(context.next({str("x"), str("y")}, "g")->stringValue(), "b");
-    EXPECT_FALSE(context.next({}).has_value());
-}
-
 TEST(Context, SupplementsShadowAndPassThrough) {
     auto outer = contextWith({{"x", str("outer")}, {"y", str("why")}});
     auto loop = outer->makeSupplement({{"x", str("inner")}});
@@ -69,6 +55,7 @@ TEST(Context, SupplementsShadowAndPassThrough) {
     EXPECT_EQ(outer->incrementCounter("n"), 1);
     EXPECT_EQ(nested->next({str("p"), str("q")})->stringValue(), "p");
     EXPECT_EQ(outer->next({str("p"), str("q")})->stringValue(), "q");
+    EXPECT_FALSE(outer->next({}).has_value());
     EXPECT_TRUE(loop->counters.empty());
 }
 

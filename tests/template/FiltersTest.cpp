@@ -47,15 +47,6 @@ void expectAll(std::initializer_list<Case> cases) {
 
 using TimeZone = drovel::testing::ScopedTimeZone;
 
-TEST(Filters, EveryRegisteredNameIsFoundByChains) {
-    LogCapture log;
-    for (const auto& filter : builtinFilters()) {
-        (apply)(str("a"), filter.identifier + ": 'b', 'c'");  // no ADL: std::apply
-        EXPECT_TRUE(log.lines.empty()) << filter.identifier;
-        log.lines.clear();
-    }
-}
-
 TEST(Filters, Numbers) {
     expectAll({
         {integer(-5), "abs", decimal("5")}, {str("-2.5"), "abs", decimal("2.5")},
