@@ -105,7 +105,6 @@ TEST_F(NotifyInteractorTest, ConstructionLoadsTheStoredDownloadUnlessTheFileIsNe
     EXPECT_EQ(reloaded->campaigns(), interactor->campaigns());
     ASSERT_EQ(reloaded->sites().size(), 2u);
     EXPECT_EQ(reloaded->sites()[0].id(), 11);  // nearest first
-    EXPECT_EQ(reloaded->kAnalyticsEventLimit.load(), 20);
 }
 
 TEST_F(NotifyInteractorTest, StoringADownloadKeepsListsTheResponseLeavesOut) {
