@@ -110,7 +110,6 @@ TEST_F(NotifyInteractorTest, ConstructionLoadsTheStoredDownloadUnlessTheFileIsNe
 TEST_F(NotifyInteractorTest, StoringADownloadKeepsListsTheResponseLeavesOut) {
     interactor->storeNotificationsResponse(decodedResponse(kFirstDownload));
     EXPECT_EQ(interactor->kMinSyncInterval(), 900);
-    EXPECT_EQ(fake.userDefaults->doubleValue("DrovelNotify.minSyncInterval"), 900.0);
     // A reader on another thread keeps what it took, whole, while a download replaces the lists.
     const auto before = interactor->snapshot();
     const auto firstPairs = *before.notifications;
