@@ -105,13 +105,11 @@ TEST_F(NotifyInteractorTest, ConstructionLoadsTheStoredDownloadUnlessTheFileIsNe
     EXPECT_EQ(reloaded->campaigns(), interactor->campaigns());
     ASSERT_EQ(reloaded->sites().size(), 2u);
     EXPECT_EQ(reloaded->sites()[0].id(), 11);  // nearest first
-    EXPECT_EQ(reloaded->kAnalyticsEventLimit.load(), 20);
 }
 
 TEST_F(NotifyInteractorTest, StoringADownloadKeepsListsTheResponseLeavesOut) {
     interactor->storeNotificationsResponse(decodedResponse(kFirstDownload));
     EXPECT_EQ(interactor->kMinSyncInterval(), 900);
-    EXPECT_EQ(fake.userDefaults->doubleValue("DrovelNotify.minSyncInterval"), 900.0);
     // A reader on another thread keeps what it took, whole, while a download replaces the lists.
     const auto before = interactor->snapshot();
     const auto firstPairs = *before.notifications;

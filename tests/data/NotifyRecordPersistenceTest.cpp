@@ -15,11 +15,7 @@
 using namespace drovel::notify;
 using drovel::core::DatabaseError;
 using drovel::core::DrovelDBManager;
-using drovel::core::PersistableCodable;
 
-static_assert(PersistableCodable<NotifyCampaign> && PersistableCodable<NotifySite> &&
-              PersistableCodable<NotifyNotifications> && PersistableCodable<NotifyTriggerEvent> &&
-              PersistableCodable<NotifyAnalyticsEvent>);
 static_assert(HasIntID<NotifyCampaign> && HasIntID<NotifySite> && !HasIntID<NotifyTriggerEvent>);
 // Lists of records grow by moving, not copying.
 static_assert(std::is_nothrow_move_constructible_v<NotifyCampaign> && std::is_nothrow_move_constructible_v<NotifySite> &&

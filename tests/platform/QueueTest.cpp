@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <latch>
+#include <numeric>
 #include <thread>
 
 #include "drovel/platform/DispatchQueue.h"
@@ -178,24 +179,6 @@ TEST(MainQueueTest, RunUntilNoticesStateChangedByAnotherThread) {
     setter.join();
 }
 
-TEST(MainQueueTest, JobsQueuedFromOtherThreadsRunOnThePumpingThreadInOrder) {
-    MainQueue main;
-    std::vector<int> order;
-    std::vector<bool> onMain;
-    std::thread producer([&] {
-        for (int i = 0; i < 100; ++i)
-            main.async([&, i] {
-                order.push_back(i);
-                onMain.push_back(main.isCurrent());
-            });
-    });
-    producer.join();
-    EXPECT_TRUE(main.runUntil([&] { return order.size() == 100; }, 5s));
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(order[i], i);
-    EXPECT_EQ(std::count(onMain.begin(), onMain.end(), true), 100);
-    EXPECT_FALSE(main.isCurrent());
-}
-
 TEST(MainQueueTest, DrainRunsOnlyWhatWasQueuedBeforeIt) {
     MainQueue main;
     int ran = 0;
@@ -234,17 +217,26 @@ TEST(MainQueueTest, RunReturnsAfterStop) {
     EXPECT_EQ(ran, 2);
 }
 
-TEST(MainQueueTest, SyncFromAnotherThreadWaitsForThePump) {
+TEST(MainQueueTest, JobsFromAnotherThreadRunOnThePumpingThreadInOrderAndSyncWaitsForThem) {
     auto main = std::make_shared<MainQueue>();
     DispatchQueue worker("test.worker");
-    std::atomic<bool> answered{false};
-    bool onMain = false;
+    std::vector<int> order, expected(100);
+    std::iota(expected.begin(), expected.end(), 0);
+    bool onMain = true;
+    std::atomic<std::size_t> seenBySync{0};
     worker.async([&] {
-        onMain = main->sync([&] { return main->isCurrent(); });
-        answered = true;
+        for (int i = 0; i < 100; ++i)
+            main->async([&, i] {
+                order.push_back(i);
+                onMain = onMain && main->isCurrent();
+            });
+        seenBySync = main->sync([&] { return main->isCurrent() ? order.size() : 0; });
     });
-    EXPECT_TRUE(main->runUntil([&] { return answered.load(); }, 5s));
+    EXPECT_TRUE(main->runUntil([&] { return seenBySync.load() != 0; }, 5s));
+    EXPECT_EQ(seenBySync.load(), 100u);
+    EXPECT_EQ(order, expected);
     EXPECT_TRUE(onMain);
+    EXPECT_FALSE(main->isCurrent());
 }
 
 // Each misuse stops the process naming what went wrong: sync from a serial queue's own job, more

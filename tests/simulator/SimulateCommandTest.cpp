@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <set>
 
 #include "simulator/SimulatorTestSupport.h"
 
@@ -94,44 +93,6 @@ TEST(SimulateCommandTest, TheBundledDemoTellsTheSameStoryOnEveryRun) {
     const auto readable = runCommand(cliCommand({"simulate"}));
     ASSERT_EQ(readable.exitCode, 0) << readable.err;
     EXPECT_EQ(lines(readable.out).back(), "Summary: 58 scheduled, 9 delivered, 2 clicks, 8 events uploaded, 0 SDK errors");
-}
-
-TEST(SimulateCommandTest, FailedUploadsAreSentAgainAndEachEventArrivesOnce) {
-    TempDirectory directory;
-    std::ofstream(directory.file("scenario.json")) << R"({
-      "start": "2026-11-21T09:00:00", "time_zone": "America/New_York",
-      "device": {"position": [44.4700, -73.2126]},
-      "config": {"notify": {"default_site_search_radius_meters": 5000}},
-      "catalogue": ")" << kCatalogue << R"(",
-      "steps": [
-        {"at": "+0s", "launch": null},
-        {"at": "+10m", "walk": {"to": [44.4790, -73.2126], "speed_mps": 1.4}},
-        {"at": "+1m", "tap": "latest"},
-        {"at": "+1d", "sync": {"force": true}},
-        {"at": "+1d", "sync": {"force": true}},
-        {"at": "+1d", "sync": {"force": true}},
-        {"at": "+1d", "sync": {"force": true}}]})";
-    BackendProcess backend(kCatalogue, directory.file("events.jsonl"), 2);
-    ASSERT_FALSE(backend.url().empty());
-    const auto run = runCommand(cliCommand({"simulate", directory.file("scenario.json"), "--backend", backend.url(),
-                                            "--device", directory.file("device"), "--json"}));
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    const auto out = lines(run.out);
-    const auto delivered = matching(out, {"\"event\":\"delivered\"", "geofence_approach"});
-    ASSERT_FALSE(delivered.empty()) << run.out;
-
-    const auto events = lines(readFile(directory.file("events.jsonl")));
-    const auto received = guids(events);
-    EXPECT_EQ(std::set<std::string>(received.begin(), received.end()).size(), received.size());
-    // Every fired notification reached the backend despite the failed uploads.
-    for (const auto& line : delivered) {
-        const auto at = line.find("geofence_approach ") + 18;
-        const std::string campaign = line.substr(at, line.find(' ', at) - at);
-        EXPECT_FALSE(matching(events, {"\"notification_triggered\"", "\"campaign_id\":" + campaign}).empty()) << campaign;
-    }
-    EXPECT_EQ(matching(events, {"\"notification_clicked\""}).size(), 1u);
-    const auto status = runCommand(cliCommand({"--device", directory.file("device"), "status", "--json"}));
-    EXPECT_NE(status.out.find("\"analytics_events_waiting\":0"), std::string::npos) << status.out;
 }
 
 TEST(SimulateCommandTest, AScenarioWithAMistakeIsRefusedBeforeAnythingRuns) {
