@@ -18,6 +18,7 @@
 #include "drovel/core/Site.h"
 #include "linux/CurlHttpTransport.h"
 #include "support/FakeHttpTransport.h"
+#include "support/Locked.h"
 #include "support/LoopbackServer.h"
 
 namespace drovel::core {
@@ -127,13 +128,9 @@ protected:
     }
 
     void record(const httplib::Request& request) {
-        std::lock_guard lock(seenMutex);
-        seen = {request.method, request.target, request.body, request.headers};
+        testing::lockedAssign(seenMutex, seen, Seen{request.method, request.target, request.body, request.headers});
     }
-    Seen lastSeen() {
-        std::lock_guard lock(seenMutex);
-        return seen;
-    }
+    Seen lastSeen() { return testing::lockedCopy(seenMutex, seen); }
 
     GatedServer server;
     std::shared_ptr<platform::CurlHttpTransport> transport;
