@@ -137,9 +137,6 @@ TEST(GeofenceTest, CoordinateOnlyWithinRange) {
             EXPECT_EQ(*coordinate, (LocationCoordinate{c.latitude, c.longitude}));
         }
     }
-    auto geofence = Geofence::fromJson(R"({"latitude":-33.9,"longitude":151.2,"radius_meters":75})");
-    ASSERT_TRUE(geofence.ok());
-    EXPECT_EQ(geofence.value().radiusMeters, 75.0);
 }
 
 TEST(OrderJson, DecodesRoundTripsAndKnowsWhenOpen) {

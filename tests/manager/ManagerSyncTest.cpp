@@ -57,6 +57,10 @@ TEST(ManagerSyncTest, AnUnforcedSyncOnTheSameDayIsSkippedAndAForcedOneFetches) {
     EXPECT_EQ(forcedError, nullptr) << forcedError->description();
     EXPECT_TRUE(h.triggerEvents().empty());
     EXPECT_EQ(h.notificationsRequests(), 1u);
+    // The stored position and the configured search radius.
+    EXPECT_TRUE(h.fake.httpTransport->requests().back().url.ends_with(
+        "/notifications?latitude=52.2&longitude=4.4&radius=500.0"))
+        << h.fake.httpTransport->requests().back().url;
     EXPECT_EQ(h.manager().lastSync(), h.fake.clock->now());
     EXPECT_EQ(date(*h.fake.userDefaults, UserDefaultsKey::lastSync), h.fake.clock->now());
     EXPECT_TRUE(h.fake.userDefaults->string("NotifySDK.lastSync"));
@@ -101,6 +105,10 @@ TEST(ManagerSyncTest, TheBackendsMinimumIntervalAnswersFromTheStore) {
     h.fake.clock->advance(10min);
     EXPECT_EQ(h.syncAndWait(false), nullptr);
     EXPECT_EQ(h.notificationsRequests(), 1u);
+    // The stored position and the configured search radius.
+    EXPECT_TRUE(h.fake.httpTransport->requests().back().url.ends_with(
+        "/notifications?latitude=52.2&longitude=4.4&radius=500.0"))
+        << h.fake.httpTransport->requests().back().url;
     EXPECT_EQ(h.manager().lastSync(), h.fake.clock->now());
     EXPECT_EQ(h.campaignsUpdated.load(), 2);
     // Once the interval has passed, the next day's sync fetches again.
