@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+
 #include "template/TagIf.h"
 #include "template/TemplateTestSupport.h"
 
@@ -10,6 +12,37 @@ namespace drovel::templating {
 namespace {
 
 using namespace testing;
+
+// A host's own tag: "{% shout x %}" writes x's value in capitals.
+class TagShout : public RegisteredTag<TagShout> {
+public:
+    static constexpr std::string_view keywordText = "shout";
+    static constexpr int tagKind = 1000;
+    using RegisteredTag::RegisteredTag;
+
+    std::span<const ExpressionSegment> tagExpression() const override {
+        static constexpr ExpressionSegment segments[] = {{ExpressionSegment::Kind::variable, "value"}};
+        return segments;
+    }
+    std::optional<Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& scope) override {
+        if (auto error = Tag::parse(statement, parser, scope)) return error;
+        std::string text = compiledExpression.find("value")->stringValue();
+        for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        output = std::vector<Token::Value>{Token::Value::string(std::move(text))};
+        return std::nullopt;
+    }
+};
+
+TEST(Parser, AHostsOwnTagRendersBesideTheBuiltInsAndInLoops) {
+    auto outcome = run<TagShout>("{% shout name %} {% for i in (1..2) %}{% shout 'x' | append: i %}{% if i == 2 %}"
+                                 "{% shout name | append: '!' %}{% endif %}{% endfor %}{% shout %}{% nosuch %}");
+    EXPECT_EQ(outcome.output, "ANN X1X2ANN!");
+    EXPECT_EQ(outcome.log, (std::vector<std::string>{
+                               "Tag “shout” skipped: Expected identifier or literal, found nothing.",
+                               "Unknown tag keyword: “nosuch”"}));
+    // Without it, the keyword is unknown.
+    EXPECT_EQ(run<>("{% shout name %}").log, std::vector<std::string>{"Unknown tag keyword: “shout”"});
+}
 
 TEST(Parser, Conditionals) {
     const std::pair<const char*, const char*> cases[] = {
