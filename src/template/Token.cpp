@@ -254,8 +254,9 @@ const Value* Value::Dictionary::find(std::string_view key) const {
 }
 
 const Value* Value::Dictionary::findCanonical(std::string_view key) const {
-    // Most dictionaries hold a handful of entries: comparing lengths first beats a search.
-    if (entries_.size() <= 8) {
+    // Most dictionaries hold a handful of entries, a host's content a dozen or so: up to sixteen,
+    // comparing lengths first beats a binary search of string comparisons.
+    if (entries_.size() <= 16) {
         for (const auto& [name, value] : entries_)
             if (name.size() == key.size() && std::string_view(name) == key) return &value;
         return nullptr;
