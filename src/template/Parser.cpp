@@ -369,10 +369,13 @@ void Parser::processTag(std::size_t& index) {
         tag->didTerminate(scope, *this);
         auto* loop = scope.tag_->iterationTag();
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
+            // The pass is over. Its scopes (and their tags) and the walk's hold on its context go
+            // first, so that the loop may refill that context for the next pass.
+            collapsePass(scope);
+            scope.setContext(nullptr);
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
                 chargeWork(passSize(*loop, *next));
-                collapsePass(scope);
                 scope.setContext(std::move(next));
                 scope.setOutputState(OutputState::enabled);
                 resumeAt = *scope.tagTokenIndex + 1;
@@ -449,11 +452,12 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         return nullptr;
     }
     Context* evaluation = current_->evaluationContext_;
-    std::shared_ptr<Context> context = evaluation ? evaluation->shared_from_this() : context_;
+    std::shared_ptr<Context> context;
     // The classes under a keyword are tried in order; the first that compiles is the tag.
     std::optional<Tag::Errors> firstError;
     for (const auto& tagClass : *classes) {
-        std::unique_ptr<Tag> tag = tagClass.make(context);
+        if (tagClass.usesContext && !context) context = evaluation ? evaluation->shared_from_this() : context_;
+        std::unique_ptr<Tag> tag = tagClass.make(tagClass.usesContext ? context : nullptr);
         auto error = tag->parse(statement, *this, *current_);
         if (!error) return tag;
         if (!firstError) firstError = std::move(error);

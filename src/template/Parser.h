@@ -30,6 +30,8 @@ struct TagClass {
     std::string_view keyword;  // static storage
     int kind = 0;
     std::unique_ptr<Tag> (*make)(std::shared_ptr<Context> context) = nullptr;
+    // False for classes that never read their context (end tags, say): they are made with none.
+    bool usesContext = true;
 };
 
 // A compile-time error value, equal when the descriptions are.

@@ -89,6 +89,10 @@ public:
     explicit Tag(std::shared_ptr<Context> context) : context(std::move(context)) {}
     virtual ~Tag() = default;
 
+    // Whether the class reads its context; the parser makes the classes that do not without one,
+    // which spares a loop pass's context a holder (see TagFor).
+    static constexpr bool usesContext = true;
+
     // Class-level properties.
     virtual std::string_view keyword() const = 0;
     virtual int kind() const = 0;
@@ -118,6 +122,7 @@ public:
     virtual void didDefine(Parser::Scope& scope, Parser& parser) {}
 
     CompiledExpression compiledExpression;
+    // Null for a class that declares usesContext false.
     std::shared_ptr<Context> context;
     // Set by tags whose block ignores other tags: the kinds not compiled while it is the current
     // scope (unknown keywords are then ignored too).
@@ -216,7 +221,8 @@ public:
         return {Derived::keywordText, static_cast<int>(Derived::tagKind),
                 [](std::shared_ptr<Context> context) -> std::unique_ptr<Tag> {
                     return std::make_unique<Derived>(std::move(context));
-                }};
+                },
+                Derived::usesContext};
     }
 };
 
@@ -225,6 +231,8 @@ public:
 template <class Derived, TagKind blockKind>
 class BlockEndTag : public RegisteredTag<Derived> {
 public:
+    static constexpr bool usesContext = false;
+
     explicit BlockEndTag(std::shared_ptr<Context> context) : RegisteredTag<Derived>(std::move(context)) {}
 
     void didTerminate(Parser::Scope& scope, Parser&) override {
