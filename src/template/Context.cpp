@@ -1,5 +1,7 @@
 #include "template/Context.h"
 
+#include <array>
+
 #include "template/Unicode.h"
 
 namespace drovel::templating {
@@ -181,8 +183,8 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
     };
     if (operand == "true") return made(Value::boolean(true));
     if (operand == "false") return made(Value::boolean(false));
-    // The range pattern is matched against the text as given, before trimming.
-    if (text.find("..") != std::string_view::npos) {
+    // The range pattern is matched against the text as given, before trimming; it needs a "(".
+    if (text.find('(') != std::string_view::npos && text.find("..") != std::string_view::npos) {
         if (auto range = firstRangeLiteral(text)) {
             auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
                 auto value = resolveOperand(side);
@@ -216,9 +218,15 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
 
 namespace {
 
-bool isASCIIWordByte(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-}
+// Letters, digits and "_" by byte: one load per byte of a key path.
+constexpr auto asciiWordBytes = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return table;
+}();
+
+bool isASCIIWordByte(char c) { return asciiWordBytes[static_cast<unsigned char>(c)]; }
 
 // Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
 // through dictionaries. False when the path is of another shape or meets anything but a

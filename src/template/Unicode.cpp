@@ -154,7 +154,10 @@ std::size_t findWhitespaceOrNewline(std::string_view text) {
     std::size_t position = 0, size = text.size(), length;
     while (position < size) {
         auto byte = static_cast<unsigned char>(data[position]);
-        if (byte < 0x80) {
+        // Printable ASCII, the common case, in one comparison.
+        if (static_cast<unsigned char>(byte - 0x21) < 0x5E) {
+            ++position;
+        } else if (byte < 0x80) {
             if (isASCIIWhitespace(byte)) break;
             ++position;
         } else if (whitespaceAt(text, position, length)) {
@@ -189,6 +192,10 @@ bool matchesAt(std::string_view text, std::size_t position, std::string_view lit
     return position <= text.size() && text.size() - position >= literal.size() &&
            std::memcmp(text.data() + position, literal.data(), literal.size()) == 0 &&
            boundaryBefore(text, position) && boundaryAfter(text, position + literal.size());
+}
+
+bool boundariesAround(std::string_view text, std::size_t start, std::size_t end) {
+    return boundaryBefore(text, start) && boundaryAfter(text, end);
 }
 
 bool hasPrefix(std::string_view text, std::string_view literal) { return matchesAt(text, 0, literal); }

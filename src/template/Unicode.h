@@ -52,6 +52,9 @@ std::string_view trimSpaces(std::string_view text);
 // starting and ending with a printable character) matches only where it starts and ends on
 // grapheme cluster boundaries, so "{{" followed by a combining accent is not "{{".
 bool matchesAt(std::string_view text, std::size_t position, std::string_view literal);
+// Whether text[start, end), printable ASCII at both ends, starts and ends on grapheme cluster
+// boundaries: matchesAt without the comparison, for a caller that has compared the bytes.
+bool boundariesAround(std::string_view text, std::size_t start, std::size_t end);
 bool hasPrefix(std::string_view text, std::string_view literal);
 bool hasSuffix(std::string_view text, std::string_view literal);
 // The first position at or after `from` where `literal` matches, or npos.
