@@ -13,23 +13,31 @@ namespace {
 
 using OutputState = Parser::Scope::OutputState;
 
+// The built-in lists last as long as the process. Parsers share them through pointers that own
+// nothing, so that making and ending a parser touches no reference count.
+template <class T>
+std::shared_ptr<const T> unowned(const T& list) {
+    return std::shared_ptr<const T>(std::shared_ptr<const T>(), &list);
+}
+
 const std::shared_ptr<const Parser::TagRegistry>& builtinTagRegistry() {
-    static const auto registry = [] {
-        auto tags = std::make_shared<Parser::TagRegistry>();
-        for (const auto& tagClass : builtinTagClasses()) (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
-        return std::shared_ptr<const Parser::TagRegistry>(std::move(tags));
+    static const Parser::TagRegistry registry = [] {
+        Parser::TagRegistry tags;
+        for (const auto& tagClass : builtinTagClasses()) tags[std::string(tagClass.keyword)].push_back(tagClass);
+        return tags;
     }();
-    return registry;
+    static const auto shared = unowned(registry);
+    return shared;
 }
 
 const std::shared_ptr<const std::vector<Filter>>& builtinFilterList() {
-    static const auto filters = std::make_shared<const std::vector<Filter>>(builtinFilters());
-    return filters;
+    static const auto shared = unowned(builtinFilters());
+    return shared;
 }
 
 const std::shared_ptr<const std::vector<Operator>>& builtinOperatorList() {
-    static const auto operators = std::make_shared<const std::vector<Operator>>(builtinOperators());
-    return operators;
+    static const auto shared = unowned(builtinOperators());
+    return shared;
 }
 
 // Calls onText for every output string of the scope in order, descending into child scopes in

@@ -18,6 +18,7 @@
 #include "template/Context.h"
 #include "template/Filter.h"
 #include "template/Operator.h"
+#include "template/Recycling.h"
 #include "template/Token.h"
 
 namespace drovel::templating {
@@ -200,7 +201,8 @@ private:
     bool walked_ = false;
 };
 
-class Parser::Scope {
+// Scopes live in recycled memory: a loop opens one per block and pass.
+class Parser::Scope : public Recycled {
 public:
     enum class OutputState { enabled, disabled, halted };
     // Output text (a view into the template, or a computed string) or a child scope.

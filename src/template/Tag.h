@@ -15,6 +15,7 @@
 
 #include "template/Context.h"
 #include "template/Parser.h"
+#include "template/Recycling.h"
 #include "template/SmallVector.h"
 #include "template/Token.h"
 
@@ -50,7 +51,8 @@ enum class TagKind : int {
 class IterationTag;
 class TagIf;
 
-class Tag {
+// Tags live in recycled memory: a loop makes and ends one per tag statement and pass.
+class Tag : public Recycled {
 public:
     // One piece of a tag statement's grammar.
     struct ExpressionSegment {
