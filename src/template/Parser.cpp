@@ -459,6 +459,9 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         report("Unknown tag keyword: “" + std::string(keyword) + "”");
         return nullptr;
     }
+    // The body as Tag::statementBody cuts it: the keyword is the statement's first word.
+    compilingStatement_ = statement;
+    compilingBody_ = unicode::trimWhitespaceAndNewlines(statement.substr(keyword.size()));
     Context* evaluation = current_->evaluationContext_;
     std::shared_ptr<Context> context;
     // The classes under a keyword are tried in order; the first that compiles is the tag.
@@ -467,11 +470,21 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         if (tagClass.usesContext && !context) context = evaluation ? evaluation->shared_from_this() : context_;
         std::unique_ptr<Tag> tag = tagClass.make(tagClass.usesContext ? context : nullptr);
         auto error = tag->parse(statement, *this, *current_);
-        if (!error) return tag;
+        if (!error) {
+            compilingStatement_ = {};
+            return tag;
+        }
         if (!firstError) firstError = std::move(error);
     }
+    compilingStatement_ = {};
     report("Tag “" + std::string(keyword) + "” skipped: " + firstError->message);
     return nullptr;
+}
+
+std::string_view Parser::tagStatementBody(std::string_view statement) const {
+    if (statement.data() == compilingStatement_.data() && statement.size() == compilingStatement_.size())
+        return compilingBody_;
+    return Tag::statementBody(statement);
 }
 
 Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex) {

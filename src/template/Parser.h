@@ -146,6 +146,10 @@ public:
     std::uint64_t loopPosition(std::string_view key) const;
     void setLoopPosition(std::string_view key, std::uint64_t position);
 
+    // Tag::statementBody of the statement, which the parser has worked out already for the tag
+    // it is compiling.
+    std::string_view tagStatementBody(std::string_view statement) const;
+
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
     Scope& currentScope() { return *current_; }
@@ -193,6 +197,9 @@ private:
         const std::vector<TagClass>* classes = nullptr;  // null for an unknown keyword
     };
     std::vector<TagLookup> tagLookups_;
+    // The statement of the tag being compiled, and its body.
+    std::string_view compilingStatement_;
+    std::string_view compilingBody_;
     std::uint64_t tokenVisits_ = 0;
     std::uint64_t workBytes_ = 0;
     std::uint64_t outputBytes_ = 0;

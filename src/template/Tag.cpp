@@ -62,7 +62,7 @@ std::string_view Tag::statementBody(std::string_view statement) {
 }
 
 std::optional<Tag::Errors> Tag::parse(std::string_view statement, Parser& parser, Parser::Scope&) {
-    return parseSegments(statementBody(statement), parser);
+    return parseSegments(parser.tagStatementBody(statement), parser);
 }
 
 std::optional<Tag::Errors> Tag::parseSegments(std::string_view body, Parser& parser) {

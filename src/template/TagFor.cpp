@@ -67,7 +67,7 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
         if (++depth >= maximumNestingDepth)
             return Errors::malformedStatement("Loops nested more than " + std::to_string(maximumNestingDepth) + " deep");
     }
-    std::string_view body = statementBody(statement);
+    std::string_view body = parser.tagStatementBody(statement);
     auto names = parameters();
     // The parameters begin at the first parameter word after "item in list".
     std::size_t parametersStart = body.size();

@@ -205,12 +205,16 @@ bool hasSuffix(std::string_view text, std::string_view literal) {
 }
 
 std::size_t find(std::string_view text, std::string_view literal, std::size_t from) {
-    if (literal.empty()) return npos;
-    while (from < text.size()) {
-        std::size_t position = text.find(literal, from);
-        if (position == std::string_view::npos) return npos;
-        if (boundaryBefore(text, position) && boundaryAfter(text, position + literal.size())) return position;
-        from = position + 1;
+    if (literal.empty() || literal.size() > text.size() || from > text.size()) return npos;
+    // Candidates by their first byte, in order; the few bytes after it are compared in place.
+    for (std::size_t at = from; at + literal.size() <= text.size();) {
+        const void* hit = std::memchr(text.data() + at, literal[0], text.size() - literal.size() + 1 - at);
+        if (!hit) return npos;
+        std::size_t position = static_cast<std::size_t>(static_cast<const char*>(hit) - text.data()), i = 1;
+        while (i < literal.size() && text[position + i] == literal[i]) ++i;
+        if (i == literal.size() && boundaryBefore(text, position) && boundaryAfter(text, position + literal.size()))
+            return position;
+        at = position + 1;
     }
     return npos;
 }
