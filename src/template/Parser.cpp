@@ -163,10 +163,14 @@ private:
         T value{};
         bool used = false;
     };
+    // The length and three letters tell the built-in names well enough apart; probing and the
+    // comparison in find settle the rest.
     static std::size_t hash(std::string_view name) {
-        std::size_t h = name.size();
-        for (char c : name) h = h * 31 + static_cast<unsigned char>(c);
-        return (h ^ (h >> 7)) % slotCount;
+        if (name.empty()) return 0;
+        auto at = [&](std::size_t i) { return static_cast<std::size_t>(static_cast<unsigned char>(name[i])); };
+        std::size_t h = name.size() * 0x9E3779B1u ^ at(0) * 0x85EBCA6Bu ^ at(name.size() / 2) * 0xC2B2AE35u ^
+                        at(name.size() - 1) * 0x27D4EB2Fu;
+        return (h ^ (h >> 15)) % slotCount;
     }
 
     // Well above twice the entries, so that probes stay short.

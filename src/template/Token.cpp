@@ -258,7 +258,8 @@ const Value* Value::Dictionary::findCanonical(std::string_view key) const {
     // comparing lengths first beats a binary search of string comparisons.
     if (entries_.size() <= 16) {
         for (const auto& [name, value] : entries_)
-            if (name.size() == key.size() && std::string_view(name) == key) return &value;
+            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
+                return &value;
         return nullptr;
     }
     auto found = lowerBound(key);
