@@ -486,7 +486,8 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
 }
 
 std::string_view Parser::tagStatementBody(std::string_view statement) const {
-    if (statement.data() == compilingStatement_.data() && statement.size() == compilingStatement_.size())
+    if (!compilingStatement_.empty() && statement.data() == compilingStatement_.data() &&
+        statement.size() == compilingStatement_.size())
         return compilingBody_;
     return Tag::statementBody(statement);
 }
