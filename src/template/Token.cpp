@@ -244,19 +244,20 @@ Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::st
                             [](const Entry& entry, std::string_view wanted) { return std::string_view(entry.first) < wanted; });
 }
 
-const Value* Value::Dictionary::find(std::string_view key) const {
+const Value* Value::Dictionary::findElsewhere(std::string_view key) const {
     // Keys are stored canonical, so a key found byte for byte is canonical itself; only a key
-    // that is not found and not ASCII needs its canonical form to be looked up again.
-    if (const Value* found = findCanonical(key)) return found;
+    // that is not found and not ASCII needs its canonical form to be looked up again. (find has
+    // searched a small dictionary for the key as given already.)
+    if (entries_.size() > smallSize)
+        if (const Value* found = findCanonical(key)) return found;
     if (unicode::isASCII(key)) return nullptr;
     std::string canonical = unicode::canonicalForm(key);
     return canonical == key ? nullptr : findCanonical(canonical);
 }
 
 const Value* Value::Dictionary::findCanonical(std::string_view key) const {
-    // Most dictionaries hold a handful of entries, a host's content a dozen or so: up to sixteen,
-    // comparing lengths first beats a binary search of string comparisons.
-    if (entries_.size() <= 16) {
+    // Most dictionaries hold a handful of entries, a host's content a dozen or so.
+    if (entries_.size() <= smallSize) {
         for (const auto& [name, value] : entries_)
             if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
                 return &value;

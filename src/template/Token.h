@@ -134,7 +134,14 @@ public:
     static Dictionary fromSortedEntries(Entries entries);
 
     // The value under the key, or null. The pointer stays valid until the dictionary changes.
-    const Value* find(std::string_view key) const;
+    const Value* find(std::string_view key) const {
+        // A key of a small dictionary is found here, without a call; the rest in findElsewhere.
+        if (entries_.size() <= smallSize)
+            for (const auto& [name, value] : entries_)
+                if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
+                    return &value;
+        return findElsewhere(key);
+    }
     // Stores or replaces the entry.
     void set(std::string_view key, Value value);
     bool erase(std::string_view key);
@@ -152,6 +159,9 @@ private:
     // The first entry whose key is not below `key` (canonical).
     Entries::const_iterator lowerBound(std::string_view key) const;
     const Value* findCanonical(std::string_view key) const;
+    const Value* findElsewhere(std::string_view key) const;
+    // Up to this many entries, comparing lengths first beats a binary search of comparisons.
+    static constexpr std::size_t smallSize = 16;
     void setCanonical(std::string key, Value value);
 
     Entries entries_;
