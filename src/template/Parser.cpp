@@ -230,10 +230,7 @@ void Parser::setLoopPosition(std::string_view key, std::uint64_t position) {
     else loopPositions_.emplace(key, position);
 }
 
-void Parser::chargeWork(std::uint64_t bytes) {
-    workBytes_ += bytes;
-    if (workBytes_ > maximumWorkBytes) throw TemplateFatalError("Template rendering exceeded its work limit");
-}
+void Parser::workLimitExceeded() { throw TemplateFatalError("Template rendering exceeded its work limit"); }
 
 void Parser::chargeValue(const Token::Value& value) {
     std::size_t size = valueSize(value);
@@ -283,7 +280,7 @@ std::size_t sizeOf(const Token::Value& value, std::size_t limit) {
 
 }  // namespace
 
-std::size_t Parser::valueSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
+std::size_t Parser::containerSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
 
 std::uint64_t Parser::passSize(const IterationTag& loop, const Context& pass) {
     if (auto size = loop.passVariablesSize()) return *size;

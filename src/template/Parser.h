@@ -127,7 +127,10 @@ public:
     std::size_t largestValueSize() const { return largestValueSize_; }
 
     // Counts work against the budget; throws TemplateFatalError past it.
-    void chargeWork(std::uint64_t bytes);
+    void chargeWork(std::uint64_t bytes) {
+        workBytes_ += bytes;
+        if (workBytes_ > maximumWorkBytes) workLimitExceeded();
+    }
     // Charges a value that the rendering produced and checks it against maximumValueSize.
     void chargeValue(const Token::Value& value);
     // Logs a message of this rendering, counted against maximumMessages.
@@ -138,7 +141,12 @@ public:
     static constexpr std::size_t elementOverhead = valueElementOverhead;
     // What a boolean, number, range or nil counts: the few bytes it prints as.
     static constexpr std::size_t scalarSize = 8;
-    static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize);
+    static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize) {
+        // Strings and scalars here; containers are walked in containerSize.
+        if (auto* text = value.asString()) return text->size();
+        if (!value.asArray() && !value.asDictionary()) return scalarSize;
+        return containerSize(value, limit);
+    }
     static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
     // Where the rendering's last loop with that "variable-collection" key stopped (the index of
@@ -178,6 +186,8 @@ private:
     // Adds a statement's text to the current scope, counted against the output limit.
     void emit(Scope& scope, std::string text);
     void addParseError(std::string message);
+    [[noreturn]] static void workLimitExceeded();
+    static std::size_t containerSize(const Token::Value& value, std::size_t limit);
 
     std::vector<Token> tokens_;
     std::shared_ptr<Context> context_;

@@ -75,16 +75,6 @@ Value Value::range(std::int64_t lower, std::int64_t upper) {
     return out;
 }
 
-const Value::Array* Value::asArray() const {
-    auto* array = std::get_if<std::shared_ptr<const Array>>(&storage_);
-    return array ? array->get() : nullptr;
-}
-
-const Value::Dictionary* Value::asDictionary() const {
-    auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
-    return dictionary ? dictionary->get() : nullptr;
-}
-
 std::string Value::stringValue() const {
     if (auto* text = asString()) return *text;
     std::string out;

@@ -79,8 +79,14 @@ public:
     const std::string* asString() const { return std::get_if<std::string>(&storage_); }
     const std::int64_t* asInteger() const { return std::get_if<std::int64_t>(&storage_); }
     const Decimal* asDecimal() const { return std::get_if<Decimal>(&storage_); }
-    const Array* asArray() const;
-    const Dictionary* asDictionary() const;
+    const Array* asArray() const {
+        auto* array = std::get_if<std::shared_ptr<const Array>>(&storage_);
+        return array ? array->get() : nullptr;
+    }
+    const Dictionary* asDictionary() const {
+        auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
+        return dictionary ? dictionary->get() : nullptr;
+    }
     const Range* asRange() const { return std::get_if<Range>(&storage_); }
 
     // The printed form: strings as they are, integers in decimal, decimals in plain notation,
