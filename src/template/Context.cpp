@@ -80,10 +80,13 @@ std::optional<RangeLiteral> firstRangeLiteral(std::string_view text) {
     }
 }
 
-// A quoted literal loses every quote character at either end (quotes are not paired).
+// A quoted literal loses every quote character at either end (quotes are not paired). A quote
+// counts only as a whole character (not followed by a combining mark).
 std::optional<std::string_view> quotedLiteral(std::string_view operand) {
     for (std::string_view quote : {std::string_view("\""), std::string_view("'")}) {
-        if (unicode::hasPrefix(operand, quote) && unicode::hasSuffix(operand, quote)) {
+        std::size_t last = operand.size() - 1;
+        if (!operand.empty() && operand[0] == quote[0] && operand[last] == quote[0] &&
+            unicode::boundariesAround(operand, 0, 1) && unicode::boundariesAround(operand, last, last + 1)) {
             std::size_t start = operand.find_first_not_of(quote[0]);
             if (start == std::string_view::npos) return std::string_view();
             return operand.substr(start, operand.find_last_not_of(quote[0]) - start + 1);

@@ -80,8 +80,20 @@ public:
     // static names or words of the statement, which outlive the tag.
     class CompiledExpression {
     public:
-        const Token::Value* find(std::string_view key) const;
-        void set(std::string_view key, Token::Value value);
+        const Token::Value* find(std::string_view key) const {
+            for (const auto& [name, value] : entries_)
+                if (name == key) return &value;
+            return nullptr;
+        }
+        void set(std::string_view key, Token::Value value) {
+            for (auto& [name, existing] : entries_) {
+                if (name == key) {
+                    existing = std::move(value);
+                    return;
+                }
+            }
+            entries_.push_back({key, std::move(value)});
+        }
 
     private:
         // Tags store one to three entries; keep them inline.

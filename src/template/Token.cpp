@@ -25,30 +25,6 @@ std::string_view kindName(Token::Kind kind) {
 
 using Value = Token::Value;
 
-Value Value::boolean(bool value) {
-    Value out;
-    out.storage_ = value;
-    return out;
-}
-
-Value Value::string(std::string value) {
-    Value out;
-    out.storage_ = std::move(value);
-    return out;
-}
-
-Value Value::integer(std::int64_t value) {
-    Value out;
-    out.storage_ = value;
-    return out;
-}
-
-Value Value::decimal(Decimal value) {
-    Value out;
-    out.storage_ = value;
-    return out;
-}
-
 Value Value::array(Array elements) {
     Value out;
     out.storage_ = std::make_shared<const Array>(std::move(elements));

@@ -61,10 +61,10 @@ public:
     // nil.
     Value() = default;
 
-    static Value boolean(bool value);
-    static Value string(std::string value);
-    static Value integer(std::int64_t value);
-    static Value decimal(Decimal value);
+    static Value boolean(bool value) { return Value(std::in_place_type<bool>, value); }
+    static Value string(std::string value) { return Value(std::in_place_type<std::string>, std::move(value)); }
+    static Value integer(std::int64_t value) { return Value(std::in_place_type<std::int64_t>, value); }
+    static Value decimal(Decimal value) { return Value(std::in_place_type<Decimal>, value); }
     static Value array(Array elements);
     static Value dictionary(Dictionary entries);
     // lower must not exceed upper: a reversed range is a programming error (std::invalid_argument).
@@ -116,6 +116,10 @@ public:
     std::uint64_t hashValue() const;
 
 private:
+    template <class T, class... Arguments>
+    explicit Value(std::in_place_type_t<T> type, Arguments&&... arguments)
+        : storage_(type, std::forward<Arguments>(arguments)...) {}
+
     std::variant<bool, std::string, std::int64_t, Decimal, std::shared_ptr<const Array>,
                  std::shared_ptr<const Dictionary>, Range, std::monostate>
         storage_{std::monostate{}};

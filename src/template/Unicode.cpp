@@ -89,12 +89,6 @@ char32_t decodeBefore(std::string_view text, std::size_t position, std::size_t& 
     return replacementCharacter;
 }
 
-bool isASCII(std::string_view text) {
-    for (char c : text)
-        if (static_cast<unsigned char>(c) >= 0x80) return false;
-    return true;
-}
-
 bool isWordCharacter(char32_t c) {
     if (c < 0x80) return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
     if (c == 0x200C || c == 0x200D) return true;
@@ -149,9 +143,9 @@ bool whitespaceBefore(std::string_view text, std::size_t position, std::size_t& 
 
 }  // namespace
 
-std::size_t findWhitespaceOrNewline(std::string_view text) {
+std::size_t findWhitespaceOrNewlineFrom(std::string_view text, std::size_t from) {
     const char* data = text.data();
-    std::size_t position = 0, size = text.size(), length;
+    std::size_t position = from, size = text.size(), length;
     while (position < size) {
         auto byte = static_cast<unsigned char>(data[position]);
         // Printable ASCII, the common case, in one comparison.
@@ -182,19 +176,13 @@ std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text) {
     return text.substr(start, end - start);
 }
 
-std::string_view trimSpaces(std::string_view text) {
-    std::size_t start = text.find_first_not_of(' ');
-    if (start == std::string_view::npos) return {};
-    return text.substr(start, text.find_last_not_of(' ') - start + 1);
-}
-
 bool matchesAt(std::string_view text, std::size_t position, std::string_view literal) {
     return position <= text.size() && text.size() - position >= literal.size() &&
            std::memcmp(text.data() + position, literal.data(), literal.size()) == 0 &&
            boundaryBefore(text, position) && boundaryAfter(text, position + literal.size());
 }
 
-bool boundariesAround(std::string_view text, std::size_t start, std::size_t end) {
+bool boundariesAroundSlowly(std::string_view text, std::size_t start, std::size_t end) {
     return boundaryBefore(text, start) && boundaryAfter(text, end);
 }
 
