@@ -196,9 +196,11 @@ private:
     std::shared_ptr<const TagRegistry> tags_;
     std::vector<ParseErrors> parseErrors_;
     std::unique_ptr<Scope> root_;
-    std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
+    // Every other scope; owned flat, so deep trees free without recursion.
+    std::vector<std::unique_ptr<Scope>, RecyclingAllocator<std::unique_ptr<Scope>>> scopes_;
     Scope* current_ = nullptr;
-    std::map<std::string, std::uint64_t, std::less<>> loopPositions_;
+    std::map<std::string, std::uint64_t, std::less<>, RecyclingAllocator<std::pair<const std::string, std::uint64_t>>>
+        loopPositions_;
     // What compileTag found for a tag token, kept for the loop passes that visit it again.
     struct TagLookup {
         bool done = false;
@@ -206,7 +208,7 @@ private:
         std::string_view keyword;
         const std::vector<TagClass>* classes = nullptr;  // null for an unknown keyword
     };
-    std::vector<TagLookup> tagLookups_;
+    std::vector<TagLookup, RecyclingAllocator<TagLookup>> tagLookups_;
     // The statement of the tag being compiled, and its body.
     std::string_view compilingStatement_;
     std::string_view compilingBody_;
@@ -252,7 +254,8 @@ public:
 
     bool haltedOutput = false;
     std::optional<std::size_t> tagTokenIndex;
-    std::vector<ProcessedStatement> processedStatements;
+    // In recycled memory: a loop opens a scope per block and pass.
+    std::vector<ProcessedStatement, RecyclingAllocator<ProcessedStatement>> processedStatements;
 
 private:
     friend class Parser;

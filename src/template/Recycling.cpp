@@ -9,7 +9,7 @@ namespace {
 // Sizes are rounded up to the granule; larger objects are not kept.
 constexpr std::size_t granule = 16;
 constexpr std::size_t largest = 1024;
-constexpr std::size_t keptPerSize = 16;
+constexpr std::size_t keptPerSize = 8;
 
 std::size_t roundedUp(std::size_t size) { return (size + granule - 1) / granule * granule; }
 
