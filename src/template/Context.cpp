@@ -1,5 +1,7 @@
 #include "template/Context.h"
 
+#include <array>
+
 #include "template/Unicode.h"
 
 namespace drovel::templating {
@@ -78,10 +80,13 @@ std::optional<RangeLiteral> firstRangeLiteral(std::string_view text) {
     }
 }
 
-// A quoted literal loses every quote character at either end (quotes are not paired).
+// A quoted literal loses every quote character at either end (quotes are not paired). A quote
+// counts only as a whole character (not followed by a combining mark).
 std::optional<std::string_view> quotedLiteral(std::string_view operand) {
     for (std::string_view quote : {std::string_view("\""), std::string_view("'")}) {
-        if (unicode::hasPrefix(operand, quote) && unicode::hasSuffix(operand, quote)) {
+        std::size_t last = operand.size() - 1;
+        if (!operand.empty() && operand[0] == quote[0] && operand[last] == quote[0] &&
+            unicode::boundariesAround(operand, 0, 1) && unicode::boundariesAround(operand, last, last + 1)) {
             std::size_t start = operand.find_first_not_of(quote[0]);
             if (start == std::string_view::npos) return std::string_view();
             return operand.substr(start, operand.find_last_not_of(quote[0]) - start + 1);
@@ -181,8 +186,8 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
     };
     if (operand == "true") return made(Value::boolean(true));
     if (operand == "false") return made(Value::boolean(false));
-    // The range pattern is matched against the text as given, before trimming.
-    if (text.find("..") != std::string_view::npos) {
+    // The range pattern is matched against the text as given, before trimming; it needs a "(".
+    if (text.find('(') != std::string_view::npos && text.find("..") != std::string_view::npos) {
         if (auto range = firstRangeLiteral(text)) {
             auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
                 auto value = resolveOperand(side);
@@ -216,9 +221,15 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
 
 namespace {
 
-bool isASCIIWordByte(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-}
+// Letters, digits and "_" by byte: one load per byte of a key path.
+constexpr auto asciiWordBytes = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return table;
+}();
+
+bool isASCIIWordByte(char c) { return asciiWordBytes[static_cast<unsigned char>(c)]; }
 
 // Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
 // through dictionaries. False when the path is of another shape or meets anything but a

@@ -188,8 +188,8 @@ Decimal Decimal::notANumber() {
 }
 
 Decimal Decimal::fromParts(u128 mantissa, int exponent, bool negative) {
-    U256 wide = U256::from(mantissa);
-    u128 m = roundToMantissa(wide, exponent);
+    // Most mantissas already fit in 38 digits: no rounding, so no 256-bit arithmetic.
+    u128 m = mantissa < mantissaLimit ? mantissa : roundToMantissa(U256::from(mantissa), exponent);
     if (m == 0) return Decimal();
     if (exponent < minimumExponent) {
         int drop = minimumExponent - exponent;

@@ -40,13 +40,17 @@ Value Parser::evaluateExpression(std::string_view statement, Context* context) {
 
 const Value& Parser::expressionValue(std::string_view statement, Context& scope, Value& storage) {
     if (statement.empty()) return storage = Value::nil();
-    SmallVector<std::string_view, 8> components;
-    split(statement, ' ', components);
-    // A single operand, read in place: an unknown name quietly gives nil.
-    if (components.size() < 2) {
+    // A single operand (no space between two words), read in place: an unknown name quietly
+    // gives nil.
+    std::size_t begin = 0, end = statement.size();
+    while (begin < end && statement[begin] == ' ') ++begin;
+    while (end > begin && statement[end - 1] == ' ') --end;
+    if (statement.substr(begin, end - begin).find(' ') == std::string_view::npos) {
         if (const Value* value = scope.resolveOperand(statement, storage)) return *value;
         return storage = Value::nil();
     }
+    SmallVector<std::string_view, 8> components;
+    split(statement, ' ', components);
     return storage = evaluateComparisons(components, scope);
 }
 

@@ -254,14 +254,21 @@ Value truncate(const Value& input, Filter::Arguments arguments) {
     if (arguments.empty() || arguments.size() > 2) return Value::nil();
     auto length = arguments[0].integerValue();
     if (!length) return Value::nil();
-    std::string text = input.stringValue();
-    auto count = static_cast<std::int64_t>(text::characterCount(text));
-    if (count <= *length) return Value::string(std::move(text));
+    // A string input is read in place; other kinds through their printed form.
+    std::string printed;
+    const std::string* text = input.asString();
+    if (!text) text = &(printed = input.stringValue());
+    auto count = static_cast<std::int64_t>(text::characterCount(*text));
+    if (count <= *length) return text == &printed ? Value::string(std::move(printed)) : Value::string(*text);
     std::string ellipsis = arguments.size() == 2 ? arguments[1].stringValue() : "...";
     auto ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     // The ellipsis counts toward the length, unless it alone is longer.
     std::int64_t kept = *length > ellipsisCount ? *length - ellipsisCount : 0;
-    return Value::string(std::string(firstCharacters(text, static_cast<std::size_t>(kept))) + ellipsis);
+    std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept));
+    std::string out;
+    out.reserve(head.size() + ellipsis.size());
+    out.append(head).append(ellipsis);
+    return Value::string(std::move(out));
 }
 
 Value truncatewords(const Value& input, Filter::Arguments arguments) {

@@ -18,8 +18,7 @@ std::size_t findOpeningDelimiter(std::string_view text) {
         const void* brace = std::memchr(text.data() + from, '{', text.size() - from - 1);
         if (!brace) break;
         std::size_t position = static_cast<const char*>(brace) - text.data();
-        if ((text[position + 1] == '{' || text[position + 1] == '%') &&
-            unicode::matchesAt(text, position, text.substr(position, 2)))
+        if ((text[position + 1] == '{' || text[position + 1] == '%') && unicode::boundariesAround(text, position, position + 2))
             return position;
         from = position + 1;
     }

@@ -13,23 +13,31 @@ namespace {
 
 using OutputState = Parser::Scope::OutputState;
 
+// The built-in lists last as long as the process. Parsers share them through pointers that own
+// nothing, so that making and ending a parser touches no reference count.
+template <class T>
+std::shared_ptr<const T> unowned(const T& list) {
+    return std::shared_ptr<const T>(std::shared_ptr<const T>(), &list);
+}
+
 const std::shared_ptr<const Parser::TagRegistry>& builtinTagRegistry() {
-    static const auto registry = [] {
-        auto tags = std::make_shared<Parser::TagRegistry>();
-        for (const auto& tagClass : builtinTagClasses()) (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
-        return std::shared_ptr<const Parser::TagRegistry>(std::move(tags));
+    static const Parser::TagRegistry registry = [] {
+        Parser::TagRegistry tags;
+        for (const auto& tagClass : builtinTagClasses()) tags[std::string(tagClass.keyword)].push_back(tagClass);
+        return tags;
     }();
-    return registry;
+    static const auto shared = unowned(registry);
+    return shared;
 }
 
 const std::shared_ptr<const std::vector<Filter>>& builtinFilterList() {
-    static const auto filters = std::make_shared<const std::vector<Filter>>(builtinFilters());
-    return filters;
+    static const auto shared = unowned(builtinFilters());
+    return shared;
 }
 
 const std::shared_ptr<const std::vector<Operator>>& builtinOperatorList() {
-    static const auto operators = std::make_shared<const std::vector<Operator>>(builtinOperators());
-    return operators;
+    static const auto shared = unowned(builtinOperators());
+    return shared;
 }
 
 // Calls onText for every output string of the scope in order, descending into child scopes in
@@ -155,10 +163,14 @@ private:
         T value{};
         bool used = false;
     };
+    // The length and three letters tell the built-in names well enough apart; probing and the
+    // comparison in find settle the rest.
     static std::size_t hash(std::string_view name) {
-        std::size_t h = name.size();
-        for (char c : name) h = h * 31 + static_cast<unsigned char>(c);
-        return (h ^ (h >> 7)) % slotCount;
+        if (name.empty()) return 0;
+        auto at = [&](std::size_t i) { return static_cast<std::size_t>(static_cast<unsigned char>(name[i])); };
+        std::size_t h = name.size() * 0x9E3779B1u ^ at(0) * 0x85EBCA6Bu ^ at(name.size() / 2) * 0xC2B2AE35u ^
+                        at(name.size() - 1) * 0x27D4EB2Fu;
+        return (h ^ (h >> 15)) % slotCount;
     }
 
     // Well above twice the entries, so that probes stay short.
@@ -218,10 +230,7 @@ void Parser::setLoopPosition(std::string_view key, std::uint64_t position) {
     else loopPositions_.emplace(key, position);
 }
 
-void Parser::chargeWork(std::uint64_t bytes) {
-    workBytes_ += bytes;
-    if (workBytes_ > maximumWorkBytes) throw TemplateFatalError("Template rendering exceeded its work limit");
-}
+void Parser::workLimitExceeded() { throw TemplateFatalError("Template rendering exceeded its work limit"); }
 
 void Parser::chargeValue(const Token::Value& value) {
     std::size_t size = valueSize(value);
@@ -271,7 +280,7 @@ std::size_t sizeOf(const Token::Value& value, std::size_t limit) {
 
 }  // namespace
 
-std::size_t Parser::valueSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
+std::size_t Parser::containerSize(const Token::Value& value, std::size_t limit) { return sizeOf(value, limit); }
 
 std::uint64_t Parser::passSize(const IterationTag& loop, const Context& pass) {
     if (auto size = loop.passVariablesSize()) return *size;
@@ -369,10 +378,13 @@ void Parser::processTag(std::size_t& index) {
         tag->didTerminate(scope, *this);
         auto* loop = scope.tag_->iterationTag();
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
+            // The pass is over. Its scopes (and their tags) and the walk's hold on its context go
+            // first, so that the loop may refill that context for the next pass.
+            collapsePass(scope);
+            scope.setContext(nullptr);
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
                 chargeWork(passSize(*loop, *next));
-                collapsePass(scope);
                 scope.setContext(std::move(next));
                 scope.setOutputState(OutputState::enabled);
                 resumeAt = *scope.tagTokenIndex + 1;
@@ -448,18 +460,33 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         report("Unknown tag keyword: “" + std::string(keyword) + "”");
         return nullptr;
     }
+    // The body as Tag::statementBody cuts it: the keyword is the statement's first word.
+    compilingStatement_ = statement;
+    compilingBody_ = unicode::trimWhitespaceAndNewlines(statement.substr(keyword.size()));
     Context* evaluation = current_->evaluationContext_;
-    std::shared_ptr<Context> context = evaluation ? evaluation->shared_from_this() : context_;
+    std::shared_ptr<Context> context;
     // The classes under a keyword are tried in order; the first that compiles is the tag.
     std::optional<Tag::Errors> firstError;
     for (const auto& tagClass : *classes) {
-        std::unique_ptr<Tag> tag = tagClass.make(context);
+        if (tagClass.usesContext && !context) context = evaluation ? evaluation->shared_from_this() : context_;
+        std::unique_ptr<Tag> tag = tagClass.make(tagClass.usesContext ? context : nullptr);
         auto error = tag->parse(statement, *this, *current_);
-        if (!error) return tag;
+        if (!error) {
+            compilingStatement_ = {};
+            return tag;
+        }
         if (!firstError) firstError = std::move(error);
     }
+    compilingStatement_ = {};
     report("Tag “" + std::string(keyword) + "” skipped: " + firstError->message);
     return nullptr;
+}
+
+std::string_view Parser::tagStatementBody(std::string_view statement) const {
+    if (!compilingStatement_.empty() && statement.data() == compilingStatement_.data() &&
+        statement.size() == compilingStatement_.size())
+        return compilingBody_;
+    return Tag::statementBody(statement);
 }
 
 Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex) {

@@ -18,6 +18,7 @@
 #include "template/Context.h"
 #include "template/Filter.h"
 #include "template/Operator.h"
+#include "template/Recycling.h"
 #include "template/Token.h"
 
 namespace drovel::templating {
@@ -30,6 +31,8 @@ struct TagClass {
     std::string_view keyword;  // static storage
     int kind = 0;
     std::unique_ptr<Tag> (*make)(std::shared_ptr<Context> context) = nullptr;
+    // False for classes that never read their context (end tags, say): they are made with none.
+    bool usesContext = true;
 };
 
 // A compile-time error value, equal when the descriptions are.
@@ -124,7 +127,10 @@ public:
     std::size_t largestValueSize() const { return largestValueSize_; }
 
     // Counts work against the budget; throws TemplateFatalError past it.
-    void chargeWork(std::uint64_t bytes);
+    void chargeWork(std::uint64_t bytes) {
+        workBytes_ += bytes;
+        if (workBytes_ > maximumWorkBytes) workLimitExceeded();
+    }
     // Charges a value that the rendering produced and checks it against maximumValueSize.
     void chargeValue(const Token::Value& value);
     // Logs a message of this rendering, counted against maximumMessages.
@@ -135,13 +141,22 @@ public:
     static constexpr std::size_t elementOverhead = valueElementOverhead;
     // What a boolean, number, range or nil counts: the few bytes it prints as.
     static constexpr std::size_t scalarSize = 8;
-    static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize);
+    static std::size_t valueSize(const Token::Value& value, std::size_t limit = maximumValueSize) {
+        // Strings and scalars here; containers are walked in containerSize.
+        if (auto* text = value.asString()) return text->size();
+        if (!value.asArray() && !value.asDictionary()) return scalarSize;
+        return containerSize(value, limit);
+    }
     static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
     // Where the rendering's last loop with that "variable-collection" key stopped (the index of
     // the next element), for "offset: continue"; 0 before any such loop.
     std::uint64_t loopPosition(std::string_view key) const;
     void setLoopPosition(std::string_view key, std::uint64_t position);
+
+    // Tag::statementBody of the statement, which the parser has worked out already for the tag
+    // it is compiling.
+    std::string_view tagStatementBody(std::string_view statement) const;
 
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
@@ -171,6 +186,8 @@ private:
     // Adds a statement's text to the current scope, counted against the output limit.
     void emit(Scope& scope, std::string text);
     void addParseError(std::string message);
+    [[noreturn]] static void workLimitExceeded();
+    static std::size_t containerSize(const Token::Value& value, std::size_t limit);
 
     std::vector<Token> tokens_;
     std::shared_ptr<Context> context_;
@@ -179,9 +196,11 @@ private:
     std::shared_ptr<const TagRegistry> tags_;
     std::vector<ParseErrors> parseErrors_;
     std::unique_ptr<Scope> root_;
-    std::vector<std::unique_ptr<Scope>> scopes_;  // every other scope; owned flat, so deep trees free without recursion
+    // Every other scope; owned flat, so deep trees free without recursion.
+    std::vector<std::unique_ptr<Scope>, RecyclingAllocator<std::unique_ptr<Scope>>> scopes_;
     Scope* current_ = nullptr;
-    std::map<std::string, std::uint64_t, std::less<>> loopPositions_;
+    std::map<std::string, std::uint64_t, std::less<>, RecyclingAllocator<std::pair<const std::string, std::uint64_t>>>
+        loopPositions_;
     // What compileTag found for a tag token, kept for the loop passes that visit it again.
     struct TagLookup {
         bool done = false;
@@ -189,7 +208,10 @@ private:
         std::string_view keyword;
         const std::vector<TagClass>* classes = nullptr;  // null for an unknown keyword
     };
-    std::vector<TagLookup> tagLookups_;
+    std::vector<TagLookup, RecyclingAllocator<TagLookup>> tagLookups_;
+    // The statement of the tag being compiled, and its body.
+    std::string_view compilingStatement_;
+    std::string_view compilingBody_;
     std::uint64_t tokenVisits_ = 0;
     std::uint64_t workBytes_ = 0;
     std::uint64_t outputBytes_ = 0;
@@ -198,7 +220,8 @@ private:
     bool walked_ = false;
 };
 
-class Parser::Scope {
+// Scopes live in recycled memory: a loop opens one per block and pass.
+class Parser::Scope : public Recycled {
 public:
     enum class OutputState { enabled, disabled, halted };
     // Output text (a view into the template, or a computed string) or a child scope.
@@ -231,7 +254,8 @@ public:
 
     bool haltedOutput = false;
     std::optional<std::size_t> tagTokenIndex;
-    std::vector<ProcessedStatement> processedStatements;
+    // In recycled memory: a loop opens a scope per block and pass.
+    std::vector<ProcessedStatement, RecyclingAllocator<ProcessedStatement>> processedStatements;
 
 private:
     friend class Parser;

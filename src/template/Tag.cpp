@@ -34,22 +34,6 @@ std::string quoted(std::string_view text) { return "“" + std::string(text) + "
 
 }  // namespace
 
-const Token::Value* Tag::CompiledExpression::find(std::string_view key) const {
-    for (const auto& [name, value] : entries_)
-        if (name == key) return &value;
-    return nullptr;
-}
-
-void Tag::CompiledExpression::set(std::string_view key, Token::Value value) {
-    for (auto& [name, existing] : entries_) {
-        if (name == key) {
-            existing = std::move(value);
-            return;
-        }
-    }
-    entries_.push_back({key, std::move(value)});
-}
-
 bool Tag::terminates(const Tag& scopeTag) const {
     auto kinds = terminatesScopesWithTags();
     return std::find(kinds.begin(), kinds.end(), scopeTag.kind()) != kinds.end();
@@ -62,7 +46,7 @@ std::string_view Tag::statementBody(std::string_view statement) {
 }
 
 std::optional<Tag::Errors> Tag::parse(std::string_view statement, Parser& parser, Parser::Scope&) {
-    return parseSegments(statementBody(statement), parser);
+    return parseSegments(parser.tagStatementBody(statement), parser);
 }
 
 std::optional<Tag::Errors> Tag::parseSegments(std::string_view body, Parser& parser) {

@@ -15,6 +15,7 @@
 
 #include "template/Context.h"
 #include "template/Parser.h"
+#include "template/Recycling.h"
 #include "template/SmallVector.h"
 #include "template/Token.h"
 
@@ -50,7 +51,8 @@ enum class TagKind : int {
 class IterationTag;
 class TagIf;
 
-class Tag {
+// Tags live in recycled memory: a loop makes and ends one per tag statement and pass.
+class Tag : public Recycled {
 public:
     // One piece of a tag statement's grammar.
     struct ExpressionSegment {
@@ -78,8 +80,20 @@ public:
     // static names or words of the statement, which outlive the tag.
     class CompiledExpression {
     public:
-        const Token::Value* find(std::string_view key) const;
-        void set(std::string_view key, Token::Value value);
+        const Token::Value* find(std::string_view key) const {
+            for (const auto& [name, value] : entries_)
+                if (name == key) return &value;
+            return nullptr;
+        }
+        void set(std::string_view key, Token::Value value) {
+            for (auto& [name, existing] : entries_) {
+                if (name == key) {
+                    existing = std::move(value);
+                    return;
+                }
+            }
+            entries_.push_back({key, std::move(value)});
+        }
 
     private:
         // Tags store one to three entries; keep them inline.
@@ -88,6 +102,10 @@ public:
 
     explicit Tag(std::shared_ptr<Context> context) : context(std::move(context)) {}
     virtual ~Tag() = default;
+
+    // Whether the class reads its context; the parser makes the classes that do not without one,
+    // which spares a loop pass's context a holder (see TagFor).
+    static constexpr bool usesContext = true;
 
     // Class-level properties.
     virtual std::string_view keyword() const = 0;
@@ -118,6 +136,7 @@ public:
     virtual void didDefine(Parser::Scope& scope, Parser& parser) {}
 
     CompiledExpression compiledExpression;
+    // Null for a class that declares usesContext false.
     std::shared_ptr<Context> context;
     // Set by tags whose block ignores other tags: the kinds not compiled while it is the current
     // scope (unknown keywords are then ignored too).
@@ -216,7 +235,8 @@ public:
         return {Derived::keywordText, static_cast<int>(Derived::tagKind),
                 [](std::shared_ptr<Context> context) -> std::unique_ptr<Tag> {
                     return std::make_unique<Derived>(std::move(context));
-                }};
+                },
+                Derived::usesContext};
     }
 };
 
@@ -225,6 +245,8 @@ public:
 template <class Derived, TagKind blockKind>
 class BlockEndTag : public RegisteredTag<Derived> {
 public:
+    static constexpr bool usesContext = false;
+
     explicit BlockEndTag(std::shared_ptr<Context> context) : RegisteredTag<Derived>(std::move(context)) {}
 
     void didTerminate(Parser::Scope& scope, Parser&) override {

@@ -22,6 +22,8 @@ public:
     static constexpr std::string_view keywordText = "endcapture";
     static constexpr TagKind tagKind = TagKind::EndCapture;
 
+    static constexpr bool usesContext = false;
+
     explicit TagEndCapture(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;

@@ -23,6 +23,8 @@ public:
     static constexpr std::string_view keywordText = "endcomment";
     static constexpr TagKind tagKind = TagKind::EndComment;
 
+    static constexpr bool usesContext = false;
+
     explicit TagEndComment(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;

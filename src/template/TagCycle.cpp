@@ -24,7 +24,7 @@ std::size_t groupColon(std::string_view text) {
 std::span<const Tag::ExpressionSegment> TagCycle::tagExpression() const { return cycleExpression; }
 
 std::optional<Tag::Errors> TagCycle::parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) {
-    std::string_view body = statementBody(statement);
+    std::string_view body = parser.tagStatementBody(statement);
     std::optional<std::string> group;
     if (std::size_t colon = groupColon(body); colon != std::string_view::npos) {
         std::string_view name = unicode::trimWhitespaceAndNewlines(body.substr(0, colon));

@@ -10,6 +10,8 @@ public:
     static constexpr std::string_view keywordText = "else";
     static constexpr TagKind tagKind = TagKind::Else;
 
+    static constexpr bool usesContext = false;
+
     explicit TagElse(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 
     bool definesScope() const override { return true; }

@@ -67,7 +67,7 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
         if (++depth >= maximumNestingDepth)
             return Errors::malformedStatement("Loops nested more than " + std::to_string(maximumNestingDepth) + " deep");
     }
-    std::string_view body = statementBody(statement);
+    std::string_view body = parser.tagStatementBody(statement);
     auto names = parameters();
     // The parameters begin at the first parameter word after "item in list".
     std::size_t parametersStart = body.size();
@@ -223,16 +223,20 @@ std::shared_ptr<Context> TagFor::makePass() {
     passVariablesSize_ = itemEntrySize + (itemFirst && itemEntrySize > Parser::maximumValueSize ? 0 : forloopEntrySize);
     hasSupplementalContext_ = true;
 
-    // A pass's context is free again two passes later (the walk holds the current pass's while it
-    // asks for the next one): then it is refilled instead of made anew.
+    // A pass's context that nothing holds any more is refilled instead of made anew. The walk lets
+    // go of a finished pass's context before it asks for the next (see Parser::processTag), so
+    // one context usually serves every pass; one that a tag still holds is left to it.
     auto makeForloop = [&values] {
         Value::Dictionary::Entries entries;
         entries.reserve(std::size(forloopKeys));
         for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries.emplace_back(forloopKeys[i], std::move(values[i]));
         return Value::dictionary(Value::Dictionary::fromSortedEntries(std::move(entries)));
     };
-    std::shared_ptr<SupplementalContext>& reusable = passContexts_[pass % 2];
-    if (reusable && reusable.use_count() == 1) {
+    std::shared_ptr<SupplementalContext>* free = nullptr;
+    for (auto& slot : passContexts_)
+        if (slot && slot.use_count() == 1) free = &slot;
+    if (free) {
+        std::shared_ptr<SupplementalContext>& reusable = *free;
         Value::Dictionary& variables = reusable->variables;
         if (hasItem) variables.valueAt(itemFirst ? 0 : 1) = std::move(item);
         Value& forloop = variables.valueAt(itemFirst ? 1 : 0);
@@ -250,8 +254,9 @@ std::shared_ptr<Context> TagFor::makePass() {
     if (hasItem && itemFirst) variableEntries.emplace_back(iteree_, std::move(item));
     variableEntries.emplace_back(forloopName, std::move(forloop));
     if (hasItem && !itemFirst) variableEntries.emplace_back(iteree_, std::move(item));
-    reusable = context->makeSupplement(Value::Dictionary::fromSortedEntries(std::move(variableEntries)));
-    return reusable;
+    std::shared_ptr<SupplementalContext>& made = passContexts_[pass % 2];
+    made = context->makeSupplement(Value::Dictionary::fromSortedEntries(std::move(variableEntries)));
+    return made;
 }
 
 void TagFor::haltLoop(Parser::Scope& scope, Parser& parser, bool stopLoop) {

@@ -74,7 +74,7 @@ private:
     std::string_view iterandText_;
     std::string iteree_;  // the loop variable's name, canonical
     std::uint64_t passVariablesSize_ = 0;
-    // The contexts of the latest two passes (see makePass).
+    // The contexts that the passes are given, refilled when free (see makePass).
     std::shared_ptr<SupplementalContext> passContexts_[2];
     // "variable-collection" while the loop records its position, else empty.
     std::string positionKey_;
@@ -85,6 +85,8 @@ private:
 template <class Derived, bool stopsLoop>
 class LoopHaltTag : public RegisteredTag<Derived> {
 public:
+    static constexpr bool usesContext = false;
+
     explicit LoopHaltTag(std::shared_ptr<Context> context) : RegisteredTag<Derived>(std::move(context)) {}
 
     std::optional<Tag::Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) override {

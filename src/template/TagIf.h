@@ -49,6 +49,8 @@ public:
     static constexpr std::string_view keywordText = "endif";
     static constexpr TagKind tagKind = TagKind::EndIf;
 
+    static constexpr bool usesContext = false;
+
     explicit TagEndIf(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;

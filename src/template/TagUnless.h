@@ -22,6 +22,8 @@ public:
     static constexpr std::string_view keywordText = "endunless";
     static constexpr TagKind tagKind = TagKind::EndUnless;
 
+    static constexpr bool usesContext = false;
+
     explicit TagEndUnless(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 
     std::span<const int> terminatesScopesWithTags() const override;

@@ -25,30 +25,6 @@ std::string_view kindName(Token::Kind kind) {
 
 using Value = Token::Value;
 
-Value Value::boolean(bool value) {
-    Value out;
-    out.storage_ = value;
-    return out;
-}
-
-Value Value::string(std::string value) {
-    Value out;
-    out.storage_ = std::move(value);
-    return out;
-}
-
-Value Value::integer(std::int64_t value) {
-    Value out;
-    out.storage_ = value;
-    return out;
-}
-
-Value Value::decimal(Decimal value) {
-    Value out;
-    out.storage_ = value;
-    return out;
-}
-
 Value Value::array(Array elements) {
     Value out;
     out.storage_ = std::make_shared<const Array>(std::move(elements));
@@ -73,16 +49,6 @@ Value Value::range(std::int64_t lower, std::int64_t upper) {
     Value out;
     out.storage_ = Range{lower, upper};
     return out;
-}
-
-const Value::Array* Value::asArray() const {
-    auto* array = std::get_if<std::shared_ptr<const Array>>(&storage_);
-    return array ? array->get() : nullptr;
-}
-
-const Value::Dictionary* Value::asDictionary() const {
-    auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
-    return dictionary ? dictionary->get() : nullptr;
 }
 
 std::string Value::stringValue() const {
@@ -244,20 +210,23 @@ Value::Dictionary::Entries::const_iterator Value::Dictionary::lowerBound(std::st
                             [](const Entry& entry, std::string_view wanted) { return std::string_view(entry.first) < wanted; });
 }
 
-const Value* Value::Dictionary::find(std::string_view key) const {
+const Value* Value::Dictionary::findElsewhere(std::string_view key) const {
     // Keys are stored canonical, so a key found byte for byte is canonical itself; only a key
-    // that is not found and not ASCII needs its canonical form to be looked up again.
-    if (const Value* found = findCanonical(key)) return found;
+    // that is not found and not ASCII needs its canonical form to be looked up again. (find has
+    // searched a small dictionary for the key as given already.)
+    if (entries_.size() > smallSize)
+        if (const Value* found = findCanonical(key)) return found;
     if (unicode::isASCII(key)) return nullptr;
     std::string canonical = unicode::canonicalForm(key);
     return canonical == key ? nullptr : findCanonical(canonical);
 }
 
 const Value* Value::Dictionary::findCanonical(std::string_view key) const {
-    // Most dictionaries hold a handful of entries: comparing lengths first beats a search.
-    if (entries_.size() <= 8) {
+    // Most dictionaries hold a handful of entries, a host's content a dozen or so.
+    if (entries_.size() <= smallSize) {
         for (const auto& [name, value] : entries_)
-            if (name.size() == key.size() && std::string_view(name) == key) return &value;
+            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
+                return &value;
         return nullptr;
     }
     auto found = lowerBound(key);

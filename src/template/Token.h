@@ -61,10 +61,10 @@ public:
     // nil.
     Value() = default;
 
-    static Value boolean(bool value);
-    static Value string(std::string value);
-    static Value integer(std::int64_t value);
-    static Value decimal(Decimal value);
+    static Value boolean(bool value) { return Value(std::in_place_type<bool>, value); }
+    static Value string(std::string value) { return Value(std::in_place_type<std::string>, std::move(value)); }
+    static Value integer(std::int64_t value) { return Value(std::in_place_type<std::int64_t>, value); }
+    static Value decimal(Decimal value) { return Value(std::in_place_type<Decimal>, value); }
     static Value array(Array elements);
     static Value dictionary(Dictionary entries);
     // lower must not exceed upper: a reversed range is a programming error (std::invalid_argument).
@@ -79,8 +79,14 @@ public:
     const std::string* asString() const { return std::get_if<std::string>(&storage_); }
     const std::int64_t* asInteger() const { return std::get_if<std::int64_t>(&storage_); }
     const Decimal* asDecimal() const { return std::get_if<Decimal>(&storage_); }
-    const Array* asArray() const;
-    const Dictionary* asDictionary() const;
+    const Array* asArray() const {
+        auto* array = std::get_if<std::shared_ptr<const Array>>(&storage_);
+        return array ? array->get() : nullptr;
+    }
+    const Dictionary* asDictionary() const {
+        auto* dictionary = std::get_if<std::shared_ptr<const Dictionary>>(&storage_);
+        return dictionary ? dictionary->get() : nullptr;
+    }
     const Range* asRange() const { return std::get_if<Range>(&storage_); }
 
     // The printed form: strings as they are, integers in decimal, decimals in plain notation,
@@ -110,6 +116,10 @@ public:
     std::uint64_t hashValue() const;
 
 private:
+    template <class T, class... Arguments>
+    explicit Value(std::in_place_type_t<T> type, Arguments&&... arguments)
+        : storage_(type, std::forward<Arguments>(arguments)...) {}
+
     std::variant<bool, std::string, std::int64_t, Decimal, std::shared_ptr<const Array>,
                  std::shared_ptr<const Dictionary>, Range, std::monostate>
         storage_{std::monostate{}};
@@ -134,7 +144,14 @@ public:
     static Dictionary fromSortedEntries(Entries entries);
 
     // The value under the key, or null. The pointer stays valid until the dictionary changes.
-    const Value* find(std::string_view key) const;
+    const Value* find(std::string_view key) const {
+        // A key of a small dictionary is found here, without a call; the rest in findElsewhere.
+        if (entries_.size() <= smallSize)
+            for (const auto& [name, value] : entries_)
+                if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
+                    return &value;
+        return findElsewhere(key);
+    }
     // Stores or replaces the entry.
     void set(std::string_view key, Value value);
     bool erase(std::string_view key);
@@ -152,6 +169,9 @@ private:
     // The first entry whose key is not below `key` (canonical).
     Entries::const_iterator lowerBound(std::string_view key) const;
     const Value* findCanonical(std::string_view key) const;
+    const Value* findElsewhere(std::string_view key) const;
+    // Up to this many entries, comparing lengths first beats a binary search of comparisons.
+    static constexpr std::size_t smallSize = 16;
     void setCanonical(std::string key, Value value);
 
     Entries entries_;

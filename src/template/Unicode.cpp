@@ -89,12 +89,6 @@ char32_t decodeBefore(std::string_view text, std::size_t position, std::size_t& 
     return replacementCharacter;
 }
 
-bool isASCII(std::string_view text) {
-    for (char c : text)
-        if (static_cast<unsigned char>(c) >= 0x80) return false;
-    return true;
-}
-
 bool isWordCharacter(char32_t c) {
     if (c < 0x80) return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
     if (c == 0x200C || c == 0x200D) return true;
@@ -149,12 +143,15 @@ bool whitespaceBefore(std::string_view text, std::size_t position, std::size_t& 
 
 }  // namespace
 
-std::size_t findWhitespaceOrNewline(std::string_view text) {
+std::size_t findWhitespaceOrNewlineFrom(std::string_view text, std::size_t from) {
     const char* data = text.data();
-    std::size_t position = 0, size = text.size(), length;
+    std::size_t position = from, size = text.size(), length;
     while (position < size) {
         auto byte = static_cast<unsigned char>(data[position]);
-        if (byte < 0x80) {
+        // Printable ASCII, the common case, in one comparison.
+        if (static_cast<unsigned char>(byte - 0x21) < 0x5E) {
+            ++position;
+        } else if (byte < 0x80) {
             if (isASCIIWhitespace(byte)) break;
             ++position;
         } else if (whitespaceAt(text, position, length)) {
@@ -179,16 +176,14 @@ std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text) {
     return text.substr(start, end - start);
 }
 
-std::string_view trimSpaces(std::string_view text) {
-    std::size_t start = text.find_first_not_of(' ');
-    if (start == std::string_view::npos) return {};
-    return text.substr(start, text.find_last_not_of(' ') - start + 1);
-}
-
 bool matchesAt(std::string_view text, std::size_t position, std::string_view literal) {
     return position <= text.size() && text.size() - position >= literal.size() &&
            std::memcmp(text.data() + position, literal.data(), literal.size()) == 0 &&
            boundaryBefore(text, position) && boundaryAfter(text, position + literal.size());
+}
+
+bool boundariesAroundSlowly(std::string_view text, std::size_t start, std::size_t end) {
+    return boundaryBefore(text, start) && boundaryAfter(text, end);
 }
 
 bool hasPrefix(std::string_view text, std::string_view literal) { return matchesAt(text, 0, literal); }
@@ -198,12 +193,16 @@ bool hasSuffix(std::string_view text, std::string_view literal) {
 }
 
 std::size_t find(std::string_view text, std::string_view literal, std::size_t from) {
-    if (literal.empty()) return npos;
-    while (from < text.size()) {
-        std::size_t position = text.find(literal, from);
-        if (position == std::string_view::npos) return npos;
-        if (boundaryBefore(text, position) && boundaryAfter(text, position + literal.size())) return position;
-        from = position + 1;
+    if (literal.empty() || literal.size() > text.size() || from > text.size()) return npos;
+    // Candidates by their first byte, in order; the few bytes after it are compared in place.
+    for (std::size_t at = from; at + literal.size() <= text.size();) {
+        const void* hit = std::memchr(text.data() + at, literal[0], text.size() - literal.size() + 1 - at);
+        if (!hit) return npos;
+        std::size_t position = static_cast<std::size_t>(static_cast<const char*>(hit) - text.data()), i = 1;
+        while (i < literal.size() && text[position + i] == literal[i]) ++i;
+        if (i == literal.size() && boundaryBefore(text, position) && boundaryAfter(text, position + literal.size()))
+            return position;
+        at = position + 1;
     }
     return npos;
 }

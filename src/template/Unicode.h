@@ -21,7 +21,11 @@ char32_t decode(std::string_view text, std::size_t position, std::size_t& length
 // The code point that ends just before text[position] (position > 0), and its length in bytes.
 char32_t decodeBefore(std::string_view text, std::size_t position, std::size_t& length);
 
-bool isASCII(std::string_view text);
+inline bool isASCII(std::string_view text) {
+    for (char c : text)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
 
 // \w: alphabetic, marks, decimal digits, connector punctuation, ZWNJ and ZWJ.
 bool isWordCharacter(char32_t c);
@@ -30,8 +34,16 @@ bool isDecimalDigit(char32_t c);
 // White space and newlines: tab through carriage return, U+0085 and the separator categories.
 bool isWhitespaceOrNewline(char32_t c);
 
+// The position of the first white space or newline character at or after `from`, or the text's length.
+std::size_t findWhitespaceOrNewlineFrom(std::string_view text, std::size_t from);
 // The position of the first white space or newline character, or the text's length.
-std::size_t findWhitespaceOrNewline(std::string_view text);
+inline std::size_t findWhitespaceOrNewline(std::string_view text) {
+    // Printable ASCII, the common case, in one comparison per byte.
+    std::size_t position = 0;
+    while (position < text.size() && static_cast<unsigned char>(text[position] - 0x21) < 0x5E) ++position;
+    if (position == text.size() || text[position] == ' ') return position;
+    return findWhitespaceOrNewlineFrom(text, position);
+}
 // Removes white space and newlines from both ends.
 // The general case of trimWhitespaceAndNewlines.
 std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text);
@@ -46,12 +58,29 @@ inline std::string_view trimWhitespaceAndNewlines(std::string_view text) {
     return trimWhitespaceAndNewlinesSlowly(text);
 }
 // Removes the space character U+0020 from both ends; tabs and line breaks stay.
-std::string_view trimSpaces(std::string_view text);
+inline std::string_view trimSpaces(std::string_view text) {
+    std::size_t start = 0, end = text.size();
+    while (start < end && text[start] == ' ') ++start;
+    while (end > start && text[end - 1] == ' ') --end;
+    if (start == end) return {};
+    return text.substr(start, end - start);
+}
 
 // Literal matching as the platform string does it, character by character: `literal` (ASCII,
 // starting and ending with a printable character) matches only where it starts and ends on
 // grapheme cluster boundaries, so "{{" followed by a combining accent is not "{{".
 bool matchesAt(std::string_view text, std::size_t position, std::string_view literal);
+// Whether text[start, end), printable ASCII at both ends, starts and ends on grapheme cluster
+// boundaries: matchesAt without the comparison, for a caller that has compared the bytes.
+bool boundariesAroundSlowly(std::string_view text, std::size_t start, std::size_t end);
+inline bool boundariesAround(std::string_view text, std::size_t start, std::size_t end) {
+    // Between two ASCII characters there is always a boundary (the literal is printable, so no
+    // CR LF pair is split).
+    if ((start == 0 || static_cast<unsigned char>(text[start - 1]) < 0x80) &&
+        (end >= text.size() || static_cast<unsigned char>(text[end]) < 0x80))
+        return true;
+    return boundariesAroundSlowly(text, start, end);
+}
 bool hasPrefix(std::string_view text, std::string_view literal);
 bool hasSuffix(std::string_view text, std::string_view literal);
 // The first position at or after `from` where `literal` matches, or npos.

@@ -95,6 +95,28 @@ TEST(Parser, ParseReturnsOneStringPerStatementInOrder) {
     EXPECT_EQ(parser.parse(), (std::vector<std::string>{"a", "Ann", "b", "1", "c"}));  // walked once only
 }
 
+// A host tag that keeps the context it was made with, here the context of its loop pass.
+class TagKeep : public RegisteredTag<TagKeep> {
+public:
+    static constexpr std::string_view keywordText = "keep";
+    static constexpr TagKind tagKind = static_cast<TagKind>(100);
+    static inline std::vector<std::shared_ptr<Context>> kept;
+
+    explicit TagKeep(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) { kept.push_back(this->context); }
+};
+
+TEST(Parser, ALoopRefillsOnlyPassContextsThatNothingKeeps) {
+    TagKeep::kept.clear();
+    Parser parser(Lexer("{% for i in (1..3) %}{% keep %}{{ i }}{% endfor %}{% for j in (1..3) %}{{ j }}{% endfor %}").tokenize(),
+                  sampleContext());
+    parser.registerTag<TagKeep>();
+    EXPECT_EQ(parser.parseJoined(), "123123");
+    std::string seen;
+    for (const auto& context : TagKeep::kept)
+        if (const Token::Value* i = context->getValue("i")) i->appendStringValue(seen);
+    EXPECT_EQ(seen, "123");
+}
+
 TEST(Parser, RegistriesAndScopes) {
     Parser parser({}, nullptr);
     parser.registerTag<TagIf>();

@@ -1,0 +1,97 @@
+#include "template/Recycling.h"
+
+#include <new>
+
+namespace drovel::templating::recycling {
+
+namespace {
+
+// Sizes are rounded up to the granule; larger objects are not kept.
+constexpr std::size_t granule = 16;
+constexpr std::size_t largest = 1024;
+constexpr std::size_t keptPerSize = 8;
+
+std::size_t roundedUp(std::size_t size) { return (size + granule - 1) / granule * granule; }
+
+class Cache {
+public:
+    Cache() = default;
+    Cache(const Cache&) = delete;
+    Cache& operator=(const Cache&) = delete;
+    ~Cache() {
+        for (List& list : lists_) {
+            while (Block* block = list.head) {
+                list.head = block->next;
+                ::operator delete(block, static_cast<std::size_t>(&list - lists_ + 1) * granule);
+            }
+        }
+    }
+
+    void* take(std::size_t size) {
+        List& list = lists_[(size - 1) / granule];
+        Block* block = list.head;
+        if (!block) return ::operator new(roundedUp(size));
+        list.head = block->next;
+        --list.count;
+        return block;
+    }
+
+    void give(void* memory, std::size_t size) {
+        List& list = lists_[(size - 1) / granule];
+        if (list.count == keptPerSize) {
+            ::operator delete(memory, roundedUp(size));
+            return;
+        }
+        list.head = ::new (memory) Block{list.head};
+        ++list.count;
+    }
+
+private:
+    struct Block {
+        Block* next;
+    };
+    struct List {
+        Block* head = nullptr;
+        std::size_t count = 0;
+    };
+    List lists_[largest / granule];
+};
+
+// The thread's cache, made on first use and ended with the thread. Blocks freed after that (by
+// objects that outlive it) go straight back to the allocator.
+thread_local Cache* threadCache = nullptr;
+thread_local bool threadEnded = false;
+
+struct CacheOwner {
+    Cache cache;
+    CacheOwner() { threadCache = &cache; }
+    ~CacheOwner() {
+        threadCache = nullptr;
+        threadEnded = true;
+    }
+};
+
+Cache* cacheOfThread() {
+    if (threadCache || threadEnded) return threadCache;
+    thread_local CacheOwner owner;
+    return threadCache;
+}
+
+}  // namespace
+
+void* allocate(std::size_t size) {
+    if (size == 0 || size > largest) return ::operator new(size);
+    if (Cache* cache = cacheOfThread()) return cache->take(size);
+    return ::operator new(roundedUp(size));
+}
+
+void release(void* block, std::size_t size) noexcept {
+    if (size == 0 || size > largest) {
+        ::operator delete(block, size);
+        return;
+    }
+    if (Cache* cache = cacheOfThread()) cache->give(block, size);
+    else ::operator delete(block, roundedUp(size));
+}
+
+}  // namespace drovel::templating::recycling

@@ -1,0 +1,37 @@
+#pragma once
+// Memory for the objects that a rendering makes and ends again and again: a tag for every tag
+// statement it walks (once per loop pass), a scope for every block. Freed blocks are kept per
+// thread, by size, for the next objects of that size instead of going back to the allocator each
+// time. Only a few blocks of each size are kept; the rest go back.
+
+#include <cstddef>
+
+namespace drovel::templating {
+
+namespace recycling {
+
+void* allocate(std::size_t size);
+void release(void* block, std::size_t size) noexcept;
+
+}  // namespace recycling
+
+// An allocator of recycled memory, for the containers that a rendering makes and ends again and
+// again (a scope's statements).
+template <class T>
+struct RecyclingAllocator {
+    using value_type = T;
+    RecyclingAllocator() = default;
+    template <class U>
+    RecyclingAllocator(const RecyclingAllocator<U>&) {}
+    T* allocate(std::size_t count) { return static_cast<T*>(recycling::allocate(count * sizeof(T))); }
+    void deallocate(T* block, std::size_t count) noexcept { recycling::release(block, count * sizeof(T)); }
+    friend bool operator==(const RecyclingAllocator&, const RecyclingAllocator&) { return true; }
+};
+
+// Derive from it to give a class, and the classes derived from it, recycled memory.
+struct Recycled {
+    static void* operator new(std::size_t size) { return recycling::allocate(size); }
+    static void operator delete(void* block, std::size_t size) noexcept { recycling::release(block, size); }
+};
+
+}  // namespace drovel::templating
