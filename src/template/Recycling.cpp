@@ -9,7 +9,18 @@ namespace {
 // Sizes are rounded up to the granule; larger objects are not kept.
 constexpr std::size_t granule = 16;
 constexpr std::size_t largest = 1024;
+// Under AddressSanitizer nothing is kept, so that it still sees every use of a freed tag or scope.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr std::size_t keptPerSize = 0;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr std::size_t keptPerSize = 0;
+#else
 constexpr std::size_t keptPerSize = 8;
+#endif
+#else
+constexpr std::size_t keptPerSize = 8;
+#endif
 
 std::size_t roundedUp(std::size_t size) { return (size + granule - 1) / granule * granule; }
 
