@@ -24,6 +24,8 @@ constexpr std::size_t keptPerSize = 8;
 
 std::size_t roundedUp(std::size_t size) { return (size + granule - 1) / granule * granule; }
 
+// Blocks go back with the unsized delete: not every compiler enables sized deallocation by default.
+
 class Cache {
 public:
     Cache() = default;
@@ -33,7 +35,7 @@ public:
         for (List& list : lists_) {
             while (Block* block = list.head) {
                 list.head = block->next;
-                ::operator delete(block, static_cast<std::size_t>(&list - lists_ + 1) * granule);
+                ::operator delete(block);
             }
         }
     }
@@ -50,7 +52,7 @@ public:
     void give(void* memory, std::size_t size) {
         List& list = lists_[(size - 1) / granule];
         if (list.count == keptPerSize) {
-            ::operator delete(memory, roundedUp(size));
+            ::operator delete(memory);
             return;
         }
         list.head = ::new (memory) Block{list.head};
@@ -98,11 +100,11 @@ void* allocate(std::size_t size) {
 
 void release(void* block, std::size_t size) noexcept {
     if (size == 0 || size > largest) {
-        ::operator delete(block, size);
+        ::operator delete(block);
         return;
     }
     if (Cache* cache = cacheOfThread()) cache->give(block, size);
-    else ::operator delete(block, roundedUp(size));
+    else ::operator delete(block);
 }
 
 }  // namespace drovel::templating::recycling
