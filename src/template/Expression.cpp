@@ -42,10 +42,7 @@ const Value& Parser::expressionValue(std::string_view statement, Context& scope,
     if (statement.empty()) return storage = Value::nil();
     // A single operand (no space between two words), read in place: an unknown name quietly
     // gives nil.
-    std::size_t begin = 0, end = statement.size();
-    while (begin < end && statement[begin] == ' ') ++begin;
-    while (end > begin && statement[end - 1] == ' ') --end;
-    if (statement.substr(begin, end - begin).find(' ') == std::string_view::npos) {
+    if (unicode::withoutOuterBlanks(statement).find(' ') == std::string_view::npos) {
         if (const Value* value = scope.resolveOperand(statement, storage)) return *value;
         return storage = Value::nil();
     }

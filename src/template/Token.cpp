@@ -223,12 +223,7 @@ const Value* Value::Dictionary::findElsewhere(std::string_view key) const {
 
 const Value* Value::Dictionary::findCanonical(std::string_view key) const {
     // Most dictionaries hold a handful of entries, a host's content a dozen or so.
-    if (entries_.size() <= smallSize) {
-        for (const auto& [name, value] : entries_)
-            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
-                return &value;
-        return nullptr;
-    }
+    if (entries_.size() <= smallSize) return findSmall(key);
     auto found = lowerBound(key);
     return found != entries_.end() && found->first == key ? &found->second : nullptr;
 }

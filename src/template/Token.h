@@ -147,9 +147,7 @@ public:
     const Value* find(std::string_view key) const {
         // A key of a small dictionary is found here, without a call; the rest in findElsewhere.
         if (entries_.size() <= smallSize)
-            for (const auto& [name, value] : entries_)
-                if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
-                    return &value;
+            if (const Value* found = findSmall(key)) return found;
         return findElsewhere(key);
     }
     // Stores or replaces the entry.
@@ -170,6 +168,13 @@ private:
     Entries::const_iterator lowerBound(std::string_view key) const;
     const Value* findCanonical(std::string_view key) const;
     const Value* findElsewhere(std::string_view key) const;
+    // The search of a small dictionary: lengths and first bytes before whole keys.
+    const Value* findSmall(std::string_view key) const {
+        for (const auto& [name, value] : entries_)
+            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
+                return &value;
+        return nullptr;
+    }
     // Up to this many entries, comparing lengths first beats a binary search of comparisons.
     static constexpr std::size_t smallSize = 16;
     void setCanonical(std::string key, Value value);

@@ -47,23 +47,24 @@ inline std::size_t findWhitespaceOrNewline(std::string_view text) {
 // Removes white space and newlines from both ends.
 // The general case of trimWhitespaceAndNewlines.
 std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text);
-inline std::string_view trimWhitespaceAndNewlines(std::string_view text) {
-    // Most statements and operands are printable ASCII with at most blanks around them.
+// The text without the space characters U+0020 at its ends (an empty view into it when nothing else is left).
+inline std::string_view withoutOuterBlanks(std::string_view text) {
     std::size_t start = 0, end = text.size();
     while (start < end && text[start] == ' ') ++start;
     while (end > start && text[end - 1] == ' ') --end;
-    text = text.substr(start, end - start);
+    return text.substr(start, end - start);
+}
+inline std::string_view trimWhitespaceAndNewlines(std::string_view text) {
+    // Most statements and operands are printable ASCII with at most blanks around them.
+    text = withoutOuterBlanks(text);
     auto printable = [](char c) { return c > ' ' && c < 0x7F; };
     if (text.empty() || (printable(text.front()) && printable(text.back()))) return text;
     return trimWhitespaceAndNewlinesSlowly(text);
 }
 // Removes the space character U+0020 from both ends; tabs and line breaks stay.
 inline std::string_view trimSpaces(std::string_view text) {
-    std::size_t start = 0, end = text.size();
-    while (start < end && text[start] == ' ') ++start;
-    while (end > start && text[end - 1] == ' ') --end;
-    if (start == end) return {};
-    return text.substr(start, end - start);
+    text = withoutOuterBlanks(text);
+    return text.empty() ? std::string_view() : text;
 }
 
 // Literal matching as the platform string does it, character by character: `literal` (ASCII,
