@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "template/Log.h"
-#include "template/SmallVector.h"
 #include "template/Tag.h"
 #include "template/Unicode.h"
 
@@ -40,42 +39,11 @@ const std::shared_ptr<const std::vector<Operator>>& builtinOperatorList() {
     return shared;
 }
 
-// Calls onText for every output string of the scope in order, descending into child scopes in
-// place. Iterative: a template may nest thousands of blocks.
-template <class F>
-void forEachOutput(const Parser::Scope& scope, F&& onText) {
-    struct Frame {
-        const Parser::Scope* scope;
-        std::size_t next;
-    };
-    SmallVector<Frame, 16> stack;
-    stack.push_back({&scope, 0});
-    // SmallVector has no pop, so the walk keeps its own depth.
-    std::size_t depth = 1;
-    while (depth > 0) {
-        Frame& frame = stack[depth - 1];
-        if (frame.next == frame.scope->processedStatements.size()) {
-            --depth;
-            continue;
-        }
-        const auto& statement = frame.scope->processedStatements[frame.next++];
-        if (auto* child = std::get_if<Parser::Scope*>(&statement)) {
-            if (depth < stack.size()) stack[depth] = {*child, 0};
-            else stack.push_back({*child, 0});
-            ++depth;
-        } else if (auto* view = std::get_if<std::string_view>(&statement)) {
-            onText(*view);
-        } else {
-            onText(std::string_view(std::get<std::string>(statement)));
-        }
-    }
-}
-
 }  // namespace
 
-Parser::Scope::Scope(std::unique_ptr<Tag> tag, Scope* parent) : tag_(std::move(tag)), parent_(parent) {
+Parser::Scope::Scope(std::unique_ptr<Tag> tag, Scope* parent, std::size_t outputStart, std::size_t pieceStart)
+    : tag_(std::move(tag)), parent_(parent), outputStart_(outputStart), pieceStart_(pieceStart) {
     if (!parent) return;
-    parent->processedStatements.emplace_back(this);
     // Nothing inside a hidden or halted block shows, whatever its own tag decides.
     if (parent->outputState_ != OutputState::enabled) outputState_ = parent->outputState_;
     evaluationContext_ = parent->evaluationContext_;
@@ -107,11 +75,22 @@ Parser::Parser(std::vector<Token> tokens, std::shared_ptr<Context> context)
       tags_(builtinTagRegistry()),
       root_(std::make_unique<Scope>(nullptr, nullptr)),
       current_(root_.get()) {
-    // Without loops the root never records more statements than there are tokens.
-    root_->processedStatements.reserve(tokens_.size());
+    // Without loops there are never more pieces than tokens, and the output is about as long as
+    // the template's text with a few characters for each statement.
+    pieceEnds_.reserve(tokens_.size());
+    std::size_t expected = 0;
+    for (const Token& token : tokens_) expected += token.kind == Token::Kind::text ? token.value.size() : 8;
+    output_.reserve(expected);
 }
 
-Parser::~Parser() = default;
+Parser::~Parser() {
+    // A template that leaves blocks open leaves their scopes to free here, innermost first.
+    while (current_ != root_.get()) {
+        Scope* scope = current_;
+        current_ = scope->parent_;
+        delete scope;
+    }
+}
 
 void Parser::registerFilter(Filter filter) {
     auto filters = std::make_shared<std::vector<Filter>>(*filters_);
@@ -291,39 +270,66 @@ std::size_t Parser::variablesSize(const Token::Value::Dictionary& variables, std
     return sizeOf(variables, limit);
 }
 
-void Parser::emit(Scope& scope, std::string text) {
-    outputBytes_ += text.size();
+void Parser::countOutput(std::size_t size) {
+    outputBytes_ += size;
     if (outputBytes_ > maximumOutputSize) throw TemplateFatalError("Template rendering exceeded its output limit");
-    chargeWork(text.size());
-    scope.processedStatements.emplace_back(std::move(text));
+    chargeWork(size);
+    pieceEnds_.push_back(output_.size());
+}
+
+void Parser::emit(std::string_view text) {
+    // Checked before it is written: a text token may be as long as the template.
+    if (outputBytes_ + text.size() > maximumOutputSize)
+        throw TemplateFatalError("Template rendering exceeded its output limit");
+    output_ += text;
+    countOutput(text.size());
+}
+
+void Parser::emit(const Token::Value& value) {
+    // A value is within maximumValueSize, so writing it before the check stays bounded.
+    std::size_t before = output_.size();
+    value.appendStringValue(output_);
+    countOutput(output_.size() - before);
+}
+
+void Parser::writeMarkup(std::string_view text) {
+    output_ += text;
+    pieceEnds_.push_back(output_.size());
+}
+
+std::string Parser::takeOutput(const Scope& scope) {
+    std::string text = output_.substr(scope.outputStart_);
+    output_.resize(scope.outputStart_);
+    pieceEnds_.resize(scope.pieceStart_);
+    return text;
+}
+
+void Parser::joinPieces(const Scope& loopScope) {
+    pieceEnds_.resize(loopScope.pieceStart_);
+    pieceEnds_.push_back(output_.size());
 }
 
 std::vector<std::string> Parser::parse() {
     if (!walked_) walk();
-    return flatten(*root_);
+    std::vector<std::string> pieces;
+    pieces.reserve(pieceEnds_.size());
+    std::size_t start = 0;
+    for (std::size_t end : pieceEnds_) {
+        pieces.emplace_back(output_, start, end - start);
+        start = end;
+    }
+    return pieces;
 }
 
 std::string Parser::parseJoined() {
     if (!walked_) walk();
-    std::string out;
-    // Everything the walk added to any scope, so about the output's size or more: one walk over
-    // the tree instead of a second to measure it.
-    out.reserve(static_cast<std::size_t>(outputBytes_));
-    forEachOutput(*root_, [&](std::string_view text) { out += text; });
-    return out;
+    return output_;
 }
 
-void Parser::appendFlattened(const Scope& scope, std::string& out) {
-    std::size_t size = out.size();
-    forEachOutput(scope, [&](std::string_view text) { size += text.size(); });
-    out.reserve(size);
-    forEachOutput(scope, [&](std::string_view text) { out += text; });
-}
-
-std::vector<std::string> Parser::flatten(const Scope& scope) {
-    std::vector<std::string> out;
-    forEachOutput(scope, [&](std::string_view text) { out.emplace_back(text); });
-    return out;
+std::string Parser::takeOutput() {
+    if (!walked_) walk();
+    pieceEnds_.clear();
+    return std::move(output_);
 }
 
 void Parser::leaveScope(Scope& scope) {
@@ -333,6 +339,8 @@ void Parser::leaveScope(Scope& scope) {
     }
     scope.parent_->openChild_ = nullptr;
     current_ = scope.parent_;
+    // Nothing refers to a closed scope: its output is written and its tag has done its work.
+    delete &scope;
 }
 
 void Parser::walk() {
@@ -342,23 +350,14 @@ void Parser::walk() {
         const Token& token = tokens_[index];
         switch (token.kind) {
             case Token::Kind::text:
-                if (current_->outputState_ == OutputState::enabled) {
-                    outputBytes_ += token.value.size();
-                    if (outputBytes_ > maximumOutputSize)
-                        throw TemplateFatalError("Template rendering exceeded its output limit");
-                    chargeWork(token.value.size());
-                    current_->processedStatements.emplace_back(token.value);
-                }
+                if (current_->outputState_ == OutputState::enabled) emit(token.value);
                 break;
             case Token::Kind::variable:
                 // A statement in a block that shows nothing is not even evaluated.
                 if (current_->outputState_ == OutputState::enabled) {
                     chargeWork(token.value.size());
                     Token::Value storage;
-                    const Token::Value& value = filteredValue(token.value, current_->evaluationContext_, storage);
-                    std::string text;
-                    value.appendStringValue(text);
-                    emit(*current_, std::move(text));
+                    emit(filteredValue(token.value, current_->evaluationContext_, storage));
                 }
                 break;
             case Token::Kind::tag:
@@ -378,9 +377,9 @@ void Parser::processTag(std::size_t& index) {
         tag->didTerminate(scope, *this);
         auto* loop = scope.tag_->iterationTag();
         if (scope.outputState_ != OutputState::disabled && loop && scope.tagTokenIndex) {
-            // The pass is over. Its scopes (and their tags) and the walk's hold on its context go
-            // first, so that the loop may refill that context for the next pass.
-            collapsePass(scope);
+            // The pass is over (its scopes, closed, are gone with their tags). The walk's hold on
+            // its context goes first, so that the loop may refill that context for the next pass.
+            joinPieces(scope);
             scope.setContext(nullptr);
             if (auto next = loop->nextIterationContext()) {
                 // Another pass: walk the body again into the same scope.
@@ -391,39 +390,15 @@ void Parser::processTag(std::size_t& index) {
                 break;
             }
         }
+        bool isRoot = !scope.parent_;
         leaveScope(scope);
-        if (current_ == &scope || !tag->shouldTerminateParentScope()) break;
+        if (isRoot || !tag->shouldTerminateParentScope()) break;
     }
     // Like text, a tag's output shows only where output is enabled.
-    if (tag->output && current_->outputState_ == OutputState::enabled) {
-        for (const auto& value : *tag->output) {
-            std::string text;
-            value.appendStringValue(text);
-            emit(*current_, std::move(text));
-        }
-    }
+    if (tag->output && current_->outputState_ == OutputState::enabled)
+        for (const auto& value : *tag->output) emit(value);
     if (tag->definesScope()) openScope(std::move(tag), index);
     if (resumeAt) index = *resumeAt - 1;
-}
-
-void Parser::collapsePass(Scope& loopScope) {
-    // A finished pass never changes again, and nothing refers to the scopes it opened (all
-    // closed, all created after passScopes_): keep only its text, so that a long loop holds its
-    // output rather than every pass's scope tree.
-    // Earlier passes left at most one string, so all passes end up in one growing string.
-    auto& statements = loopScope.processedStatements;
-    std::size_t first = loopScope.passStatements_;
-    std::string text = first > 0 ? std::move(std::get<std::string>(statements[first - 1])) : std::string();
-    auto append = [&](std::string_view piece) { text += piece; };
-    for (std::size_t i = first; i < statements.size(); ++i) {
-        if (auto* child = std::get_if<Scope*>(&statements[i])) forEachOutput(**child, append);
-        else if (auto* view = std::get_if<std::string_view>(&statements[i])) text += *view;
-        else text += std::get<std::string>(statements[i]);
-    }
-    statements.resize(first > 0 ? first - 1 : 0);
-    statements.emplace_back(std::move(text));
-    loopScope.passStatements_ = statements.size();
-    scopes_.resize(loopScope.passScopes_);
 }
 
 std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
@@ -490,10 +465,10 @@ std::string_view Parser::tagStatementBody(std::string_view statement) const {
 }
 
 Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex) {
-    if (scopes_.empty()) scopes_.reserve(8);
-    Scope& scope = *scopes_.emplace_back(std::make_unique<Scope>(std::move(tag), current_));
+    // Owned through the chain of open scopes until leaveScope (or the parser's end) frees it.
+    auto owned = std::make_unique<Scope>(std::move(tag), current_, output_.size(), pieceEnds_.size());
+    Scope& scope = *owned;
     scope.tagTokenIndex = tokenIndex;
-    scope.passScopes_ = scopes_.size();
     if (auto* loop = scope.tag_->iterationTag()) {
         auto first = loop->iterationContext();
         if (first) chargeWork(passSize(*loop, *first));
@@ -501,7 +476,7 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     }
     scope.tag_->didDefine(scope, *this);
     current_->openChild_ = &scope;
-    current_ = &scope;
+    current_ = owned.release();
     return scope;
 }
 

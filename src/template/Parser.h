@@ -1,9 +1,9 @@
 #pragma once
-// Turns a template's tokens into output text. The parser walks the tokens once, keeping a tree
-// of scopes: a tag that opens a block opens a scope, its end tag closes it, and each scope
-// records in order the text it produced and the child scopes it opened. At the end the tree is
-// flattened into the output. The parser also owns the three registries the language is built
-// from: tags by keyword, filters and operators.
+// Turns a template's tokens into output text. The parser walks the tokens once, keeping the
+// chain of open scopes: a tag that opens a block opens a scope, its end tag closes (and frees)
+// it. Output is written straight into one string as the walk goes; a scope only remembers where
+// its output began, so that a capture can take its text back out. The parser also owns the three
+// registries the language is built from: tags by keyword, filters and operators.
 
 #include <cstdint>
 #include <map>
@@ -12,7 +12,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "template/Context.h"
@@ -85,13 +84,17 @@ public:
     Parser(const Parser&) = delete;
     Parser& operator=(const Parser&) = delete;
 
-    // Walks the tokens (once; later calls only flatten again) and returns the output strings in
-    // order, for the caller to join with no separator. Expression errors go to parseErrors(), tag
+    // Walks the tokens (once; later calls return the same) and returns the output strings in
+    // order, for the caller to join with no separator: one per text, statement and tag output,
+    // and one for all the passes of a loop. Expression errors go to parseErrors(), tag
     // and structure problems to the engine log; neither stops the walk. Throws
     // TemplateFatalError for template input that cannot be rendered at all.
     std::vector<std::string> parse();
     // The same walk, with the output joined into one string.
     std::string parseJoined();
+    // parseJoined for a one-shot rendering: the output is moved out, so that later calls of
+    // parse or parseJoined see none.
+    std::string takeOutput();
 
     // Each appends to its registry. Filters and operators are found by their first entry with a
     // name, so one registered under a name already taken is never used (the built-ins win).
@@ -161,12 +164,14 @@ public:
     // The scope tree, for tags that steer it.
     Scope& rootScope() { return *root_; }
     Scope& currentScope() { return *current_; }
-    // Makes the scope's parent the current scope; a scope without a parent is logged and stays.
+    // Makes the scope's parent the current scope and frees the scope (with its tag); a scope
+    // without a parent is logged and stays.
     void leaveScope(Scope& scope);
 
-    // A scope's output in recorded order, child scopes in place (iterative, so deep nesting is fine).
-    static void appendFlattened(const Scope& scope, std::string& out);
-    static std::vector<std::string> flatten(const Scope& scope);
+    // Takes the output written since the scope opened out of the rendering's output (a capture).
+    std::string takeOutput(const Scope& scope);
+    // Writes markup that a tag puts around its passes (table cells). Not counted: each pass is.
+    void writeMarkup(std::string_view text);
 
 private:
     void walk();
@@ -179,12 +184,15 @@ private:
     void processTag(std::size_t& index);
     std::unique_ptr<Tag> compileTag(std::size_t tokenIndex);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
-    // Joins the output of a loop's finished pass into one string and frees the pass's scopes.
-    void collapsePass(Scope& loopScope);
+    // Makes everything a loop wrote so far one piece of parse()'s list.
+    void joinPieces(const Scope& loopScope);
     // What a loop pass's variables count against the budget.
     static std::uint64_t passSize(const IterationTag& loop, const Context& pass);
-    // Adds a statement's text to the current scope, counted against the output limit.
-    void emit(Scope& scope, std::string text);
+    // Adds a statement's text to the output, counted against the output limit.
+    void emit(std::string_view text);
+    void emit(const Token::Value& value);
+    // Counts output that was just written; throws past the output limit.
+    void countOutput(std::size_t size);
     void addParseError(std::string message);
     [[noreturn]] static void workLimitExceeded();
     static std::size_t containerSize(const Token::Value& value, std::size_t limit);
@@ -196,9 +204,11 @@ private:
     std::shared_ptr<const TagRegistry> tags_;
     std::vector<ParseErrors> parseErrors_;
     std::unique_ptr<Scope> root_;
-    // Every other scope; owned flat, so deep trees free without recursion.
-    std::vector<std::unique_ptr<Scope>, RecyclingAllocator<std::unique_ptr<Scope>>> scopes_;
+    // The innermost open scope; every open scope but the root is owned through this chain.
     Scope* current_ = nullptr;
+    // The rendering's output, and where each of parse()'s pieces ends in it.
+    std::string output_;
+    std::vector<std::size_t, RecyclingAllocator<std::size_t>> pieceEnds_;
     std::map<std::string, std::uint64_t, std::less<>, RecyclingAllocator<std::pair<const std::string, std::uint64_t>>>
         loopPositions_;
     // What compileTag found for a tag token, kept for the loop passes that visit it again.
@@ -224,12 +234,10 @@ private:
 class Parser::Scope : public Recycled {
 public:
     enum class OutputState { enabled, disabled, halted };
-    // Output text (a view into the template, or a computed string) or a child scope.
-    using ProcessedStatement = std::variant<std::string_view, std::string, Scope*>;
 
-    // Appends itself to the parent's statements; a child of a scope that is not enabled starts
-    // in the parent's state.
-    Scope(std::unique_ptr<Tag> tag, Scope* parent);
+    // A child of a scope that is not enabled starts in the parent's state. Its output begins at
+    // the given positions of the parser's output and pieces.
+    Scope(std::unique_ptr<Tag> tag, Scope* parent, std::size_t outputStart = 0, std::size_t pieceStart = 0);
     ~Scope();
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
@@ -254,8 +262,6 @@ public:
 
     bool haltedOutput = false;
     std::optional<std::size_t> tagTokenIndex;
-    // In recycled memory: a loop opens a scope per block and pass.
-    std::vector<ProcessedStatement, RecyclingAllocator<ProcessedStatement>> processedStatements;
 
 private:
     friend class Parser;
@@ -265,9 +271,9 @@ private:
     Scope* parent_ = nullptr;
     Scope* enclosingLoop_ = nullptr;
     Scope* openChild_ = nullptr;
-    // For a loop: where the current pass's statements and scopes (in Parser::scopes_) begin.
-    std::size_t passStatements_ = 0;
-    std::size_t passScopes_ = 0;
+    // Where the scope's output begins in the parser's output and in its list of pieces.
+    std::size_t outputStart_ = 0;
+    std::size_t pieceStart_ = 0;
     OutputState outputState_ = OutputState::enabled;
     std::shared_ptr<Context> context_;
     Context* evaluationContext_ = nullptr;

@@ -24,7 +24,7 @@ bool renderOutput(std::string_view templateText, const std::shared_ptr<Context>&
             for (const auto& error : parser.parseErrors()) report->parseErrors.push_back(error.message);
         };
         try {
-            output = parser.parseJoined();
+            output = parser.takeOutput();
         } catch (...) {
             collectErrors();
             throw;

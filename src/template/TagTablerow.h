@@ -20,7 +20,7 @@ public:
     void didDefine(Parser::Scope& scope, Parser& parser) override;
     // Closes the current pass's cell (and its row at the row's end or the loop's), then opens
     // the next pass's cell when one follows. Called at the end of each pass that shows.
-    void endPass(Parser::Scope& scope);
+    void endPass(Parser::Scope& scope, Parser& parser);
 
 protected:
     // Liquid's tables know no "offset: continue": here "continue" reads as any other operand, and
@@ -28,7 +28,7 @@ protected:
     bool remembersPosition() const override { return false; }
 
 private:
-    void openCell(Parser::Scope& scope, std::uint64_t pass);
+    void openCell(Parser& parser, std::uint64_t pass);
     std::uint64_t columns() const;
 };
 
