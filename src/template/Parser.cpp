@@ -369,7 +369,8 @@ void Parser::walk() {
 }
 
 void Parser::processTag(std::size_t& index) {
-    std::unique_ptr<Tag> tag = compileTag(index);
+    CompiledTag compiled = compileTag(index);
+    Tag* tag = compiled.tag;
     if (!tag) return;
     std::optional<std::size_t> resumeAt;
     while (current_->tag_ && tag->terminates(*current_->tag_)) {
@@ -397,11 +398,11 @@ void Parser::processTag(std::size_t& index) {
     // Like text, a tag's output shows only where output is enabled.
     if (tag->output && current_->outputState_ == OutputState::enabled)
         for (const auto& value : *tag->output) emit(value);
-    if (tag->definesScope()) openScope(std::move(tag), index);
+    if (compiled.owned && tag->definesScope()) openScope(std::move(compiled.owned), index);
     if (resumeAt) index = *resumeAt - 1;
 }
 
-std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
+Parser::CompiledTag Parser::compileTag(std::size_t tokenIndex) {
     std::string_view text = tokens_[tokenIndex].value;
     chargeWork(text.size());
     // Only tags inside a loop are visited again; the others are looked up once without keeping it.
@@ -422,19 +423,20 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
     std::string_view statement = lookup.statement, keyword = lookup.keyword;
     if (statement.empty()) {
         report("Malformed tag: “" + std::string(text) + "”");
-        return nullptr;
+        return {};
     }
     const std::vector<TagClass>* classes = lookup.classes;
     // A block that skips tags (a comment) ignores them, and unknown keywords, without a word.
     if (const Tag* scopeTag = current_->tag_.get(); scopeTag && scopeTag->tagKindsToSkip) {
         const auto& skipped = *scopeTag->tagKindsToSkip;
         if (!classes || std::find(skipped.begin(), skipped.end(), classes->front().kind) != skipped.end())
-            return nullptr;
+            return {};
     }
     if (!classes) {
         report("Unknown tag keyword: “" + std::string(keyword) + "”");
-        return nullptr;
+        return {};
     }
+    if (lookup.reusable) return {nullptr, lookup.reusable.get()};
     // The body as Tag::statementBody cuts it: the keyword is the statement's first word.
     compilingStatement_ = statement;
     compilingBody_ = unicode::trimWhitespaceAndNewlines(statement.substr(keyword.size()));
@@ -448,13 +450,20 @@ std::unique_ptr<Tag> Parser::compileTag(std::size_t tokenIndex) {
         auto error = tag->parse(statement, *this, *current_);
         if (!error) {
             compilingStatement_ = {};
-            return tag;
+            // Kept for the next pass when the class compiles the statement the same way each
+            // time and no other class was tried before it.
+            if (inLoop && tagClass.reusable && &tagClass == &classes->front() && !tag->definesScope()) {
+                lookup.reusable = std::move(tag);
+                return {nullptr, lookup.reusable.get()};
+            }
+            Tag* compiled = tag.get();
+            return {std::move(tag), compiled};
         }
         if (!firstError) firstError = std::move(error);
     }
     compilingStatement_ = {};
     report("Tag “" + std::string(keyword) + "” skipped: " + firstError->message);
-    return nullptr;
+    return {};
 }
 
 std::string_view Parser::tagStatementBody(std::string_view statement) const {

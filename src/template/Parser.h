@@ -32,6 +32,9 @@ struct TagClass {
     std::unique_ptr<Tag> (*make)(std::shared_ptr<Context> context) = nullptr;
     // False for classes that never read their context (end tags, say): they are made with none.
     bool usesContext = true;
+    // True for classes whose tags carry nothing from one use to the next and compile the same
+    // way each time (end tags): a loop's passes then share the one tag made on the first pass.
+    bool reusable = false;
 };
 
 // A compile-time error value, equal when the descriptions are.
@@ -182,7 +185,12 @@ private:
     const Token::Value& filterChainValue(std::string_view statement, Context& scope, Token::Value& storage);
     Token::Value evaluateComparisons(std::span<const std::string_view> components, Context& scope);
     void processTag(std::size_t& index);
-    std::unique_ptr<Tag> compileTag(std::size_t tokenIndex);
+    // A compiled tag: owned, or one that the parser keeps for a reusable class (owned null).
+    struct CompiledTag {
+        std::unique_ptr<Tag> owned;
+        Tag* tag = nullptr;
+    };
+    CompiledTag compileTag(std::size_t tokenIndex);
     Scope& openScope(std::unique_ptr<Tag> tag, std::size_t tokenIndex);
     // Makes everything a loop wrote so far one piece of parse()'s list.
     void joinPieces(const Scope& loopScope);
@@ -217,6 +225,8 @@ private:
         std::string_view statement;
         std::string_view keyword;
         const std::vector<TagClass>* classes = nullptr;  // null for an unknown keyword
+        // The tag of a reusable class, once compiled.
+        std::unique_ptr<Tag> reusable;
     };
     std::vector<TagLookup, RecyclingAllocator<TagLookup>> tagLookups_;
     // The statement of the tag being compiled, and its body.

@@ -106,6 +106,8 @@ public:
     // Whether the class reads its context; the parser makes the classes that do not without one,
     // which spares a loop pass's context a holder (see TagFor).
     static constexpr bool usesContext = true;
+    // Whether one tag of the class may serve every visit of its statement (see TagClass).
+    static constexpr bool reusable = false;
 
     // Class-level properties.
     virtual std::string_view keyword() const = 0;
@@ -236,7 +238,7 @@ public:
                 [](std::shared_ptr<Context> context) -> std::unique_ptr<Tag> {
                     return std::make_unique<Derived>(std::move(context));
                 },
-                Derived::usesContext};
+                Derived::usesContext, Derived::reusable};
     }
 };
 
@@ -246,6 +248,8 @@ template <class Derived, TagKind blockKind>
 class BlockEndTag : public RegisteredTag<Derived> {
 public:
     static constexpr bool usesContext = false;
+    // didTerminate sets the one thing it keeps before it is read.
+    static constexpr bool reusable = true;
 
     explicit BlockEndTag(std::shared_ptr<Context> context) : RegisteredTag<Derived>(std::move(context)) {}
 

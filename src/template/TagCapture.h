@@ -23,6 +23,7 @@ public:
     static constexpr TagKind tagKind = TagKind::EndCapture;
 
     static constexpr bool usesContext = false;
+    static constexpr bool reusable = true;
 
     explicit TagEndCapture(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 

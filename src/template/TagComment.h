@@ -24,6 +24,7 @@ public:
     static constexpr TagKind tagKind = TagKind::EndComment;
 
     static constexpr bool usesContext = false;
+    static constexpr bool reusable = true;
 
     explicit TagEndComment(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 

@@ -50,6 +50,7 @@ public:
     static constexpr TagKind tagKind = TagKind::EndIf;
 
     static constexpr bool usesContext = false;
+    static constexpr bool reusable = true;
 
     explicit TagEndIf(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 

@@ -23,6 +23,7 @@ public:
     static constexpr TagKind tagKind = TagKind::EndUnless;
 
     static constexpr bool usesContext = false;
+    static constexpr bool reusable = true;
 
     explicit TagEndUnless(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 

@@ -76,6 +76,8 @@ TEST(Tags, Loops) {
         {"{% for i in pair %}{% for j in list %}{% if j == 2 %}{% break %}{% endif %}{{ i }}{{ j }}{% endfor %}|{% endfor %}",
          "a1|b1|"},
         {"{% for i in list %}{% for j in empty %}{% else %}{% break %}{% endfor %}{{ i }}{% endfor %}", "123"},
+        // One inner end tag serves every pass, ending the loop on some and its else on others.
+        {"{% for i in list reversed %}{% for j in list offset:i %}{{ j }}{% else %}-{% endfor %};{% endfor %}", "-;3;23;"},
         {"{% for i in list %}{% if i == 1 %}{% break %}{% else %}{{ i }}{% endif %}{% endfor %}", ""},
         {"{% for i in list %}{% assign a = i %}{% if i == 2 %}{% break %}{% endif %}{% assign b = i %}{% endfor %}{{ a }}{{ b }}",
          "21"},
