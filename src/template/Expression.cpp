@@ -1,5 +1,7 @@
 // The two evaluations of expressions: logical expressions of comparisons, and filter chains.
 
+#include <algorithm>
+
 #include "template/Log.h"
 #include "template/Parser.h"
 #include "template/SmallVector.h"
@@ -105,6 +107,10 @@ const Value& Parser::filteredValue(std::string_view statement, Context* context,
 }
 
 const Value& Parser::filterChainValue(std::string_view statement, Context& scope, Value& storage) {
+    // The chain's pieces are the non-empty texts between bars; with fewer than two the whole
+    // statement is a logical expression.
+    std::size_t bar = statement.find('|');
+    if (bar == std::string_view::npos) return expressionValue(statement, scope, storage);
     SmallVector<std::string_view, 4> pieces;
     split(statement, '|', pieces);
     if (pieces.size() < 2) return expressionValue(statement, scope, storage);
@@ -112,19 +118,34 @@ const Value& Parser::filterChainValue(std::string_view statement, Context& scope
     const Value* value = &expressionValue(pieces[0], scope, storage);
     for (std::size_t i = 1; i < pieces.size(); ++i) {
         std::string_view piece = pieces[i];
-        SmallVector<std::string_view, 2> parts;
-        split(piece, ':', parts);
+        // The filter's name and its argument list are the non-empty texts around a colon.
+        std::string_view name, argumentList;
+        std::size_t partCount = 0;
+        for (std::size_t start = 0; start < piece.size();) {
+            std::size_t end = std::min(piece.find(':', start), piece.size());
+            if (end > start) {
+                if (++partCount == 1) name = piece.substr(start, end - start);
+                else argumentList = piece.substr(start, end - start);
+            }
+            start = end + 1;
+        }
         // A colon inside an argument (a time format, say) makes a third part and ends the chain.
-        if (parts.size() > 2) {
+        if (partCount > 2) {
             report("Error: bad filter syntax: " + std::string(piece) + ". Stopping filter processing.");
             return *value;
         }
-        std::string_view name = parts.empty() ? std::string_view() : unicode::trimWhitespaceAndNewlines(parts[0]);
+        name = unicode::trimWhitespaceAndNewlines(name);
         SmallVector<Value, 4> arguments;
-        if (parts.size() == 2) {
-            SmallVector<std::string_view, 4> texts;
-            split(parts[1], ',', texts);
-            for (std::string_view text : texts) arguments.push_back(scope.resolveOperand(text).value_or(Value::nil()));
+        for (std::size_t start = 0; start < argumentList.size();) {
+            std::size_t end = std::min(argumentList.find(',', start), argumentList.size());
+            if (end > start) {
+                Value literal;
+                const Value* argument = scope.resolveOperand(argumentList.substr(start, end - start), literal);
+                if (!argument) arguments.push_back(Value::nil());
+                else if (argument == &literal) arguments.push_back(std::move(literal));
+                else arguments.push_back(*argument);
+            }
+            start = end + 1;
         }
         const Filter* filter = findFilter(name);
         if (!filter) {

@@ -75,12 +75,9 @@ Parser::Parser(std::vector<Token> tokens, std::shared_ptr<Context> context)
       tags_(builtinTagRegistry()),
       root_(std::make_unique<Scope>(nullptr, nullptr)),
       current_(root_.get()) {
-    // Without loops there are never more pieces than tokens, and the output is about as long as
-    // the template's text with a few characters for each statement.
+    // Without loops there are never more pieces than tokens.
     pieceEnds_.reserve(tokens_.size());
-    std::size_t expected = 0;
-    for (const Token& token : tokens_) expected += token.kind == Token::Kind::text ? token.value.size() : 8;
-    output_.reserve(expected);
+    output_.reserve(expectedOutputSize);
 }
 
 Parser::~Parser() {
@@ -108,6 +105,7 @@ void Parser::registerTag(const TagClass& tagClass) {
     auto tags = std::make_shared<TagRegistry>(*tags_);
     (*tags)[std::string(tagClass.keyword)].push_back(tagClass);
     tags_ = std::move(tags);
+    builtinTags_ = false;
     tagLookups_.clear();
 }
 
@@ -414,7 +412,7 @@ Parser::CompiledTag Parser::compileTag(std::size_t tokenIndex) {
         lookup.done = true;
         lookup.statement = unicode::trimWhitespaceAndNewlines(text);
         lookup.keyword = lookup.statement.substr(0, unicode::findWhitespaceOrNewline(lookup.statement));
-        if (tags_ == builtinTagRegistry()) {
+        if (builtinTags_) {
             if (auto* found = builtinTagIndex().find(lookup.keyword)) lookup.classes = *found;
         } else if (auto found = tags_->find(lookup.keyword); found != tags_->end()) {
             lookup.classes = &found->second;

@@ -216,6 +216,8 @@ private:
     Scope* current_ = nullptr;
     // The rendering's output, and where each of parse()'s pieces ends in it.
     std::string output_;
+    // Room for a notification's text from the start, so that most renderings never grow it.
+    static constexpr std::size_t expectedOutputSize = 256;
     std::vector<std::size_t, RecyclingAllocator<std::size_t>> pieceEnds_;
     std::map<std::string, std::uint64_t, std::less<>, RecyclingAllocator<std::pair<const std::string, std::uint64_t>>>
         loopPositions_;
@@ -232,6 +234,8 @@ private:
     // The statement of the tag being compiled, and its body.
     std::string_view compilingStatement_;
     std::string_view compilingBody_;
+    // Whether the tag registry is the built-in one, which has a faster index.
+    bool builtinTags_ = true;
     std::uint64_t tokenVisits_ = 0;
     std::uint64_t workBytes_ = 0;
     std::uint64_t outputBytes_ = 0;
