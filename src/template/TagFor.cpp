@@ -207,13 +207,18 @@ constexpr std::uint64_t forloopSize = [] {
 std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t pass = iterated_++;
     std::uint64_t remaining = count_ - pass;  // this pass included
-    Value values[] = {Value::boolean(pass == 0),
-                      Value::integer(saturated(pass + 1)),
-                      Value::integer(saturated(pass)),
-                      Value::boolean(remaining == 1),
-                      Value::integer(saturated(count_)),
-                      Value::integer(saturated(remaining)),
-                      Value::integer(saturated(remaining - 1))};
+    // forloop's values in key order, made where they are stored.
+    auto forloopValue = [&](std::size_t key) {
+        switch (key) {
+            case 0: return Value::boolean(pass == 0);
+            case 1: return Value::integer(saturated(pass + 1));
+            case 2: return Value::integer(saturated(pass));
+            case 3: return Value::boolean(remaining == 1);
+            case 4: return Value::integer(saturated(count_));
+            case 5: return Value::integer(saturated(remaining));
+            default: return Value::integer(saturated(remaining - 1));
+        }
+    };
     // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
     // Counted as Parser::variablesSize counts them, which stops once past the value size limit.
     bool itemFirst = iteree_ < forloopName, hasItem = iteree_ != forloopName;
@@ -221,15 +226,14 @@ std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t forloopEntrySize = Parser::elementOverhead + forloopName.size() + forloopSize;
     std::uint64_t itemEntrySize = hasItem ? Parser::elementOverhead + iteree_.size() + Parser::valueSize(item) : 0;
     passVariablesSize_ = itemEntrySize + (itemFirst && itemEntrySize > Parser::maximumValueSize ? 0 : forloopEntrySize);
-    hasSupplementalContext_ = true;
 
     // A pass's context that nothing holds any more is refilled instead of made anew. The walk lets
     // go of a finished pass's context before it asks for the next (see Parser::processTag), so
     // one context usually serves every pass; one that a tag still holds is left to it.
-    auto makeForloop = [&values] {
+    auto makeForloop = [&forloopValue] {
         Value::Dictionary::Entries entries;
         entries.reserve(std::size(forloopKeys));
-        for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries.emplace_back(forloopKeys[i], std::move(values[i]));
+        for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries.emplace_back(forloopKeys[i], forloopValue(i));
         return Value::dictionary(Value::Dictionary::fromSortedEntries(std::move(entries)));
     };
     std::shared_ptr<SupplementalContext>* free = nullptr;
@@ -242,7 +246,7 @@ std::shared_ptr<Context> TagFor::makePass() {
         Value& forloop = variables.valueAt(itemFirst ? 1 : 0);
         // A template may have kept the previous forloop ("assign f = forloop"): then a new one.
         if (Value::Dictionary* entries = forloop.uniqueDictionary()) {
-            for (std::size_t i = 0; i < std::size(values); ++i) entries->valueAt(i) = std::move(values[i]);
+            for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries->valueAt(i) = forloopValue(i);
         } else {
             forloop = makeForloop();
         }

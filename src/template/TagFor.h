@@ -70,7 +70,6 @@ private:
     bool reversed_ = false;
     std::uint64_t iterated_ = 0;
     bool stopped_ = false;
-    bool hasSupplementalContext_ = false;
     std::string_view iterandText_;
     std::string iteree_;  // the loop variable's name, canonical
     std::uint64_t passVariablesSize_ = 0;
