@@ -24,6 +24,16 @@ constexpr std::string_view reversedWord = "reversed";
 constexpr std::string_view offsetName = "offset";
 constexpr std::string_view continueWord = "continue";
 
+// forloop's names in key order, and what Parser::valueSize counts for the dictionary: each
+// entry's overhead and name, and a scalar for each value.
+constexpr std::string_view forloopName = "forloop";
+constexpr std::string_view forloopKeys[] = {"first", "index", "index0", "last", "length", "rindex", "rindex0"};
+constexpr std::uint64_t forloopSize = [] {
+    std::uint64_t size = 0;
+    for (std::string_view key : forloopKeys) size += Parser::elementOverhead + key.size() + Parser::scalarSize;
+    return size;
+}();
+
 // Calls onWord(word) for each white-space-separated word of `text` until it returns false.
 template <class F>
 void forEachWord(std::string_view text, F&& onWord) {
@@ -136,6 +146,8 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
     }
     if (total > 0) iterand_ = *iterand;
     iteree_ = unicode::canonicalForm(*compiledExpression.find("iteree")->asString());
+    itemFirst_ = iteree_ < forloopName;
+    hasItem_ = iteree_ != forloopName;
     // A loop is known by its variable and its collection as written: "item-order.items".
     std::string key;
     if (remembersPosition()) {
@@ -190,38 +202,23 @@ Value TagFor::itemAt(std::uint64_t pass) const {
     return Value::nil();
 }
 
-namespace {
-
-// forloop's names in key order, and what Parser::valueSize counts for the dictionary: each
-// entry's overhead and name, and a scalar for each value.
-constexpr std::string_view forloopName = "forloop";
-constexpr std::string_view forloopKeys[] = {"first", "index", "index0", "last", "length", "rindex", "rindex0"};
-constexpr std::uint64_t forloopSize = [] {
-    std::uint64_t size = 0;
-    for (std::string_view key : forloopKeys) size += Parser::elementOverhead + key.size() + Parser::scalarSize;
-    return size;
-}();
-
-}  // namespace
 
 std::shared_ptr<Context> TagFor::makePass() {
     std::uint64_t pass = iterated_++;
     std::uint64_t remaining = count_ - pass;  // this pass included
-    // forloop's values in key order, made where they are stored.
-    auto forloopValue = [&](std::size_t key) {
-        switch (key) {
-            case 0: return Value::boolean(pass == 0);
-            case 1: return Value::integer(saturated(pass + 1));
-            case 2: return Value::integer(saturated(pass));
-            case 3: return Value::boolean(remaining == 1);
-            case 4: return Value::integer(saturated(count_));
-            case 5: return Value::integer(saturated(remaining));
-            default: return Value::integer(saturated(remaining - 1));
-        }
+    // forloop's values in key order, written where they are stored.
+    auto setForloop = [&](Value::Dictionary& entries) {
+        entries.valueAt(0).setBoolean(pass == 0);
+        entries.valueAt(1).setInteger(saturated(pass + 1));
+        entries.valueAt(2).setInteger(saturated(pass));
+        entries.valueAt(3).setBoolean(remaining == 1);
+        entries.valueAt(4).setInteger(saturated(count_));
+        entries.valueAt(5).setInteger(saturated(remaining));
+        entries.valueAt(6).setInteger(saturated(remaining - 1));
     };
     // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
     // Counted as Parser::variablesSize counts them, which stops once past the value size limit.
-    bool itemFirst = iteree_ < forloopName, hasItem = iteree_ != forloopName;
+    bool itemFirst = itemFirst_, hasItem = hasItem_;
     Value item = hasItem ? itemAt(pass) : Value();
     std::uint64_t forloopEntrySize = Parser::elementOverhead + forloopName.size() + forloopSize;
     std::uint64_t itemEntrySize = hasItem ? Parser::elementOverhead + iteree_.size() + Parser::valueSize(item) : 0;
@@ -230,11 +227,13 @@ std::shared_ptr<Context> TagFor::makePass() {
     // A pass's context that nothing holds any more is refilled instead of made anew. The walk lets
     // go of a finished pass's context before it asks for the next (see Parser::processTag), so
     // one context usually serves every pass; one that a tag still holds is left to it.
-    auto makeForloop = [&forloopValue] {
+    auto makeForloop = [&setForloop] {
         Value::Dictionary::Entries entries;
         entries.reserve(std::size(forloopKeys));
-        for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries.emplace_back(forloopKeys[i], forloopValue(i));
-        return Value::dictionary(Value::Dictionary::fromSortedEntries(std::move(entries)));
+        for (std::string_view key : forloopKeys) entries.emplace_back(key, Value());
+        Value::Dictionary dictionary = Value::Dictionary::fromSortedEntries(std::move(entries));
+        setForloop(dictionary);
+        return Value::dictionary(std::move(dictionary));
     };
     std::shared_ptr<SupplementalContext>* free = nullptr;
     for (auto& slot : passContexts_)
@@ -246,7 +245,7 @@ std::shared_ptr<Context> TagFor::makePass() {
         Value& forloop = variables.valueAt(itemFirst ? 1 : 0);
         // A template may have kept the previous forloop ("assign f = forloop"): then a new one.
         if (Value::Dictionary* entries = forloop.uniqueDictionary()) {
-            for (std::size_t i = 0; i < std::size(forloopKeys); ++i) entries->valueAt(i) = forloopValue(i);
+            setForloop(*entries);
         } else {
             forloop = makeForloop();
         }

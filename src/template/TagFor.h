@@ -72,6 +72,10 @@ private:
     bool stopped_ = false;
     std::string_view iterandText_;
     std::string iteree_;  // the loop variable's name, canonical
+    // Whether the loop variable comes before "forloop" in key order, and whether it shows at all
+    // (a loop variable named forloop is hidden by it).
+    bool itemFirst_ = false;
+    bool hasItem_ = true;
     std::uint64_t passVariablesSize_ = 0;
     // The contexts that the passes are given, refilled when free (see makePass).
     std::shared_ptr<SupplementalContext> passContexts_[2];

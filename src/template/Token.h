@@ -106,6 +106,16 @@ public:
     bool isEmptyString() const;
     // The dictionary, to change in place, when this value is its only holder; otherwise null.
     Dictionary* uniqueDictionary();
+    // Makes the value that boolean or integer in place: cheaper than assigning a new value when
+    // it already is one (a loop pass refilling its variables).
+    void setBoolean(bool value) {
+        if (auto* flag = std::get_if<bool>(&storage_)) *flag = value;
+        else storage_.emplace<bool>(value);
+    }
+    void setInteger(std::int64_t value) {
+        if (auto* integer = std::get_if<std::int64_t>(&storage_)) *integer = value;
+        else storage_.emplace<std::int64_t>(value);
+    }
 
     // Same case and equal payloads: strings by canonical equivalence, decimals by value,
     // containers element by element. Never across cases: integer 1 is not decimal 1.
