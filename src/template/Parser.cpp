@@ -75,8 +75,6 @@ Parser::Parser(std::vector<Token> tokens, std::shared_ptr<Context> context)
       tags_(builtinTagRegistry()),
       root_(std::make_unique<Scope>(nullptr, nullptr)),
       current_(root_.get()) {
-    // Without loops there are never more pieces than tokens.
-    pieceEnds_.reserve(tokens_.size());
     output_.reserve(expectedOutputSize);
 }
 
@@ -272,7 +270,7 @@ void Parser::countOutput(std::size_t size) {
     outputBytes_ += size;
     if (outputBytes_ > maximumOutputSize) throw TemplateFatalError("Template rendering exceeded its output limit");
     chargeWork(size);
-    pieceEnds_.push_back(output_.size());
+    if (recordsPieces_) pieceEnds_.push_back(output_.size());
 }
 
 void Parser::emit(std::string_view text) {
@@ -292,23 +290,31 @@ void Parser::emit(const Token::Value& value) {
 
 void Parser::writeMarkup(std::string_view text) {
     output_ += text;
-    pieceEnds_.push_back(output_.size());
+    if (recordsPieces_) pieceEnds_.push_back(output_.size());
 }
 
 std::string Parser::takeOutput(const Scope& scope) {
     std::string text = output_.substr(scope.outputStart_);
     output_.resize(scope.outputStart_);
-    pieceEnds_.resize(scope.pieceStart_);
+    if (recordsPieces_) pieceEnds_.resize(scope.pieceStart_);
     return text;
 }
 
 void Parser::joinPieces(const Scope& loopScope) {
+    if (!recordsPieces_) return;
     pieceEnds_.resize(loopScope.pieceStart_);
     pieceEnds_.push_back(output_.size());
 }
 
 std::vector<std::string> Parser::parse() {
-    if (!walked_) walk();
+    if (!walked_) {
+        recordsPieces_ = true;
+        // Without loops there are never more pieces than tokens.
+        pieceEnds_.reserve(tokens_.size());
+        walk();
+    }
+    // After a walk for the joined output, that output is the one piece.
+    if (!recordsPieces_) return {output_};
     std::vector<std::string> pieces;
     pieces.reserve(pieceEnds_.size());
     std::size_t start = 0;

@@ -89,7 +89,7 @@ public:
 
     // Walks the tokens (once; later calls return the same) and returns the output strings in
     // order, for the caller to join with no separator: one per text, statement and tag output,
-    // and one for all the passes of a loop. Expression errors go to parseErrors(), tag
+    // and one for all the passes of a loop. After parseJoined walked, the output is one string. Expression errors go to parseErrors(), tag
     // and structure problems to the engine log; neither stops the walk. Throws
     // TemplateFatalError for template input that cannot be rendered at all.
     std::vector<std::string> parse();
@@ -214,7 +214,9 @@ private:
     std::unique_ptr<Scope> root_;
     // The innermost open scope; every open scope but the root is owned through this chain.
     Scope* current_ = nullptr;
-    // The rendering's output, and where each of parse()'s pieces ends in it.
+    // The rendering's output, and where each of parse()'s pieces ends in it (recorded only when
+    // parse() walks).
+    bool recordsPieces_ = false;
     std::string output_;
     // Room for a notification's text from the start, so that most renderings never grow it.
     static constexpr std::size_t expectedOutputSize = 256;
