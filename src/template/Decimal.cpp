@@ -433,8 +433,13 @@ std::optional<std::int64_t> parseInteger(std::string_view text) {
     }
     if (text.empty()) return std::nullopt;
     std::uint64_t magnitude = 0;
-    auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size()) return std::nullopt;
+    for (char c : text) {
+        auto digit = static_cast<unsigned char>(c - '0');
+        if (digit > 9) return std::nullopt;
+        // Nineteen digits always fit in 64 bits; more may not.
+        if (__builtin_mul_overflow(magnitude, 10u, &magnitude) || __builtin_add_overflow(magnitude, digit, &magnitude))
+            return std::nullopt;
+    }
     constexpr std::uint64_t maximum = std::numeric_limits<std::int64_t>::max();
     if (magnitude > maximum + (negative ? 1 : 0)) return std::nullopt;
     if (negative) return magnitude == maximum + 1 ? std::numeric_limits<std::int64_t>::min()
