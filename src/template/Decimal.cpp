@@ -436,7 +436,6 @@ std::optional<std::int64_t> parseInteger(std::string_view text) {
     for (char c : text) {
         auto digit = static_cast<unsigned char>(c - '0');
         if (digit > 9) return std::nullopt;
-        // Nineteen digits always fit in 64 bits; more may not.
         if (__builtin_mul_overflow(magnitude, 10u, &magnitude) || __builtin_add_overflow(magnitude, digit, &magnitude))
             return std::nullopt;
     }
