@@ -13,23 +13,25 @@ using Value = Token::Value;
 
 namespace {
 
-// Applies `transform` to the input's text; nil for inputs without one.
+// Applies `transform` to the input's text (a view); nil for inputs without one.
 template <class Transform>
 Value mapText(const Value& input, Transform transform) {
-    auto text = textOf(input);
+    std::string printed;
+    auto text = textView(input, printed);
     if (!text) return Value::nil();
-    return Value::string(transform(std::move(*text)));
+    return Value::string(transform(*text));
 }
 
 // The input with `search` replaced by `replacement`, everywhere or at the first match only.
-Value replaceText(const Value& input, const std::string& search, const std::string& replacement, bool firstOnly) {
-    auto original = textOf(input);
+Value replaceText(const Value& input, std::string_view search, std::string_view replacement, bool firstOnly) {
+    std::string printed;
+    auto original = textView(input, printed);
     if (!original) return Value::nil();
     text::Searchable haystack(*original), needle(search);
     std::size_t match = haystack.find(needle);
     // Nothing to replace: the text as given, not its canonical form.
-    if (match == std::string::npos) return Value::string(std::move(*original));
-    const std::string& text = haystack.text();
+    if (match == std::string::npos) return Value::string(std::string(*original));
+    std::string_view text = haystack.text();
     std::string out;
     out.reserve(text.size());
     std::size_t copied = 0;
@@ -45,10 +47,12 @@ Value replaceText(const Value& input, const std::string& search, const std::stri
 }
 
 Value replaceFiltered(const Value& input, Filter::Arguments arguments, bool withReplacement, bool firstOnly) {
-    auto search = textArgument(arguments);
+    std::string printedSearch, printedReplacement;
+    auto search = textArgumentView(arguments, printedSearch);
     if (!search) return Value::nil();
     // Without a replacement the matches are replaced with nothing.
-    std::string replacement = withReplacement ? textArgument(arguments, 1).value_or(std::string()) : std::string();
+    std::string_view replacement =
+        withReplacement ? textArgumentView(arguments, printedReplacement, 1).value_or(std::string_view()) : std::string_view();
     return replaceText(input, *search, replacement, firstOnly);
 }
 
@@ -90,6 +94,14 @@ bool isWellFormedUTF8(std::string_view text) {
     return true;
 }
 
+// The two texts one after the other, in one allocation.
+std::string joined(std::string_view head, std::string_view tail) {
+    std::string out;
+    out.reserve(head.size() + tail.size());
+    out.append(head).append(tail);
+    return out;
+}
+
 bool isUnreservedInURL(unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
            c == '_' || c == '~' || c == '/' || c == '?' || c == '+';
@@ -97,8 +109,7 @@ bool isUnreservedInURL(unsigned char c) {
 
 // `wanted` characters from the start of text, as bytes (a count beyond the text takes all of it).
 std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
-    // In ASCII without carriage returns (CR LF is one character) every byte is a character.
-    if (unicode::isASCII(text) && text.find('\r') == std::string_view::npos) return text.substr(0, std::min(wanted, text.size()));
+    if (text::isSingleByteText(text)) return text.substr(0, std::min(wanted, text.size()));
     auto boundaries = text::characterBoundaries(text);
     return text.substr(0, boundaries[std::min(wanted, boundaries.size() - 1)]);
 }
@@ -106,32 +117,38 @@ std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
 }  // namespace
 
 Value append(const Value& input, Filter::Arguments arguments) {
-    auto suffix = textArgument(arguments);
+    std::string printed;
+    auto suffix = textArgumentView(arguments, printed);
     if (!suffix) return Value::nil();
-    return mapText(input, [&](std::string text) { return text + *suffix; });
+    return mapText(input, [&](std::string_view text) { return joined(text, *suffix); });
 }
 
 Value capitalize(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         auto first = text::firstWord(text);
-        if (!first) return text;
+        if (!first) return std::string(text);
         std::string_view word = *first;
         std::size_t start = static_cast<std::size_t>(word.data() - text.data());
         // Only the first word changes; the rest of the text is kept as it is.
-        return text.substr(0, start) + text::capitalizedWord(word) + text.substr(start + word.size());
+        std::string out;
+        out.reserve(text.size());
+        out.append(text, 0, start);
+        text::appendCapitalizedWord(out, word);
+        out.append(text, start + word.size());
+        return out;
     });
 }
 
 Value downcase(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return text::lowercased(text); });
+    return mapText(input, [](std::string_view text) { return text::lowercased(text); });
 }
 
 Value lstrip(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return std::string(trimStart(text)); });
+    return mapText(input, [](std::string_view text) { return std::string(trimStart(text)); });
 }
 
 Value newlineToBr(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         std::string out;
         out.reserve(text.size());
         for (std::size_t i = 0; i < text.size(); ++i) {
@@ -149,9 +166,10 @@ Value newlineToBr(const Value& input, Filter::Arguments) {
 }
 
 Value prepend(const Value& input, Filter::Arguments arguments) {
-    auto prefix = textArgument(arguments);
+    std::string printed;
+    auto prefix = textArgumentView(arguments, printed);
     if (!prefix) return Value::nil();
-    return mapText(input, [&](std::string text) { return *prefix + text; });
+    return mapText(input, [&](std::string_view text) { return joined(*prefix, text); });
 }
 
 Value remove(const Value& input, Filter::Arguments arguments) { return replaceFiltered(input, arguments, false, false); }
@@ -167,7 +185,7 @@ Value replaceFirst(const Value& input, Filter::Arguments arguments) {
 }
 
 Value rstrip(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return std::string(trimEnd(text)); });
+    return mapText(input, [](std::string_view text) { return std::string(trimEnd(text)); });
 }
 
 Value size(const Value& input, Filter::Arguments) {
@@ -206,8 +224,9 @@ Value slice(const Value& input, Filter::Arguments arguments) {
 }
 
 Value split(const Value& input, Filter::Arguments arguments) {
-    auto text = textOf(input);
-    auto separator = textArgument(arguments);
+    std::string printedText, printedSeparator;
+    auto text = textView(input, printedText);
+    auto separator = textArgumentView(arguments, printedSeparator);
     if (!text || !separator) return Value::nil();
     Value::Array pieces;
     std::size_t size = 0;
@@ -220,9 +239,11 @@ Value split(const Value& input, Filter::Arguments arguments) {
     if (separator->empty()) {
         auto boundaries = text::characterBoundaries(*text);
         for (std::size_t i = 0; i + 1 < boundaries.size(); ++i)
-            add(std::string_view(*text).substr(boundaries[i], boundaries[i + 1] - boundaries[i]));
+            add(text->substr(boundaries[i], boundaries[i + 1] - boundaries[i]));
         return Value::array(std::move(pieces));
     }
+    // Most splits give a handful of pieces.
+    pieces.reserve(4);
     text::Searchable haystack(*text), needle(*separator);
     std::string_view searched = haystack.text();
     std::size_t start = 0;
@@ -234,11 +255,11 @@ Value split(const Value& input, Filter::Arguments arguments) {
 }
 
 Value strip(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return std::string(unicode::trimWhitespaceAndNewlines(text)); });
+    return mapText(input, [](std::string_view text) { return std::string(unicode::trimWhitespaceAndNewlines(text)); });
 }
 
 Value stripNewlines(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         std::string out;
         out.reserve(text.size());
         for (std::size_t i = 0; i < text.size();) {
@@ -289,7 +310,7 @@ Value truncatewords(const Value& input, Filter::Arguments arguments) {
 }
 
 Value upcase(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return text::uppercased(text); });
+    return mapText(input, [](std::string_view text) { return text::uppercased(text); });
 }
 
 Value urlDecode(const Value& input, Filter::Arguments) {
@@ -316,7 +337,7 @@ Value urlDecode(const Value& input, Filter::Arguments) {
 }
 
 Value urlEncode(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         static constexpr char hex[] = "0123456789ABCDEF";
         std::string out;
         out.reserve(text.size());
