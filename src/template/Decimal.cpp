@@ -228,6 +228,18 @@ Decimal Decimal::fromDouble(double value) {
 }
 
 std::optional<Decimal> Decimal::parse(std::string_view text) {
+    // A whole text of up to 18 digits after an optional sign, the common case, in 64 bits.
+    std::size_t signLength = !text.empty() && (text[0] == '-' || text[0] == '+') ? 1 : 0;
+    if (text.size() > signLength && text.size() - signLength <= 18) {
+        std::uint64_t value = 0;
+        std::size_t i = signLength;
+        for (; i < text.size(); ++i) {
+            auto digit = static_cast<unsigned char>(text[i] - '0');
+            if (digit > 9) break;
+            value = value * 10 + digit;
+        }
+        if (i == text.size()) return fromParts(value, 0, text[0] == '-');
+    }
     text = skipWhitespace(text);
     std::size_t i = 0;
     bool negative = false;
