@@ -1,6 +1,7 @@
 // The string filters.
 
 #include <algorithm>
+#include <array>
 
 #include "template/Context.h"
 #include "template/FilterLibrary.h"
@@ -102,14 +103,19 @@ std::string joined(std::string_view head, std::string_view tail) {
     return out;
 }
 
-bool isUnreservedInURL(unsigned char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~' || c == '/' || c == '?' || c == '+';
-}
+// Bytes that URL encoding keeps as they are; a blank becomes "+", which is one of them.
+constexpr auto unreservedInURL = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+                   c == '_' || c == '~' || c == '/' || c == '?' || c == '+' || c == ' ';
+    return table;
+}();
 
-// `wanted` characters from the start of text, as bytes (a count beyond the text takes all of it).
-std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
-    if (text::isSingleByteText(text)) return text.substr(0, std::min(wanted, text.size()));
+// `wanted` characters from the start of text, as bytes (a count beyond the text takes all of
+// it); `singleBytes` when every byte of the text is a character.
+std::string_view firstCharacters(std::string_view text, std::size_t wanted, bool singleBytes) {
+    if (singleBytes) return text.substr(0, std::min(wanted, text.size()));
     auto boundaries = text::characterBoundaries(text);
     return text.substr(0, boundaries[std::min(wanted, boundaries.size() - 1)]);
 }
@@ -275,17 +281,22 @@ Value truncate(const Value& input, Filter::Arguments arguments) {
     if (arguments.empty() || arguments.size() > 2) return Value::nil();
     auto length = arguments[0].integerValue();
     if (!length) return Value::nil();
-    // A string input is read in place; other kinds through their printed form.
-    std::string printed;
+    // A string input and ellipsis are read in place; other kinds through their printed forms.
+    std::string printed, printedEllipsis;
     const std::string* text = input.asString();
     if (!text) text = &(printed = input.stringValue());
-    auto count = static_cast<std::int64_t>(text::characterCount(*text));
+    bool singleBytes = text::isSingleByteText(*text);
+    auto count = static_cast<std::int64_t>(singleBytes ? text->size() : text::characterCount(*text));
     if (count <= *length) return text == &printed ? Value::string(std::move(printed)) : Value::string(*text);
-    std::string ellipsis = arguments.size() == 2 ? arguments[1].stringValue() : "...";
+    std::string_view ellipsis = "...";
+    if (arguments.size() == 2) {
+        auto* given = arguments[1].asString();
+        ellipsis = given ? std::string_view(*given) : std::string_view(printedEllipsis = arguments[1].stringValue());
+    }
     auto ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     // The ellipsis counts toward the length, unless it alone is longer.
     std::int64_t kept = *length > ellipsisCount ? *length - ellipsisCount : 0;
-    std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept));
+    std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept), singleBytes);
     std::string out;
     out.reserve(head.size() + ellipsis.size());
     out.append(head).append(ellipsis);
@@ -339,16 +350,19 @@ Value urlDecode(const Value& input, Filter::Arguments) {
 Value urlEncode(const Value& input, Filter::Arguments) {
     return mapText(input, [](std::string_view text) {
         static constexpr char hex[] = "0123456789ABCDEF";
-        std::string out;
-        out.reserve(text.size());
+        // Sized first, then written in place: an escaped byte takes three.
+        std::size_t escaped = 0;
+        for (unsigned char c : text) escaped += !unreservedInURL[c];
+        std::string out(text.size() + 2 * escaped, '\0');
+        char* to = out.data();
         for (unsigned char c : text) {
-            if (c == ' ') c = '+';
-            if (isUnreservedInURL(c)) {
-                out += static_cast<char>(c);
+            if (unreservedInURL[c]) {
+                *to++ = c == ' ' ? '+' : static_cast<char>(c);
             } else {
-                out += '%';
-                out += hex[c >> 4];
-                out += hex[c & 15];
+                to[0] = '%';
+                to[1] = hex[c >> 4];
+                to[2] = hex[c & 15];
+                to += 3;
             }
         }
         return out;

@@ -108,6 +108,8 @@ TEST(Filters, Strings) {
         {str("a%2Bb"), "url_decode", str("a b")}, {str("caf%C3%A9+x"), "url_decode", str("café x")},
         {str("100%"), "url_decode", nil}, {str("%FF"), "url_decode", nil},
         {str("a b/c?d"), "url_encode", str("a+b/c?d")}, {str("é&=-._~"), "url_encode", str("%C3%A9%26%3D-._~")},
+        {str("+%\t\x7F AZaz09"), "url_encode", str("+%25%09%7F+AZaz09")}, {str(""), "url_encode", str("")},
+        {str("abcdefgh"), "truncate: 5, 0", str("abcd0")}, {str("abcdefgh"), "truncate: 5, list", str("abcb2")},
     });
 }
 
