@@ -200,10 +200,20 @@ Decimal Decimal::fromParts(u128 mantissa, int exponent, bool negative) {
         exponent = minimumExponent;
         if (m == 0) return Decimal();
     }
-    while (exponent < maximumExponent) {
-        if (m >> 64 ? m % 10 != 0 : static_cast<std::uint64_t>(m) % 10 != 0) break;
+    // Trailing zeros move into the exponent; a mantissa that fits in 64 bits, the common case,
+    // is divided in 64 bits.
+    while (exponent < maximumExponent && m >> 64) {
+        if (m % 10 != 0) break;
         m /= 10;
         ++exponent;
+    }
+    if (!(m >> 64)) {
+        auto low = static_cast<std::uint64_t>(m);
+        while (exponent < maximumExponent && low % 10 == 0) {
+            low /= 10;
+            ++exponent;
+        }
+        m = low;
     }
     // A value just beyond the exponent range may still fit with trailing zeros in the mantissa.
     while (exponent > maximumExponent && m < powersOfTen[37]) {
