@@ -1,6 +1,7 @@
 #include "template/Context.h"
 
 #include <array>
+#include <cstring>
 
 #include "template/Unicode.h"
 
@@ -172,11 +173,75 @@ std::shared_ptr<SupplementalContext> Context::makeSupplement(Dictionary loopVari
 }
 
 std::optional<Value> Context::resolveOperand(std::string_view text, bool variableLookupForbidden) const {
-    Value literal;
-    const Value* value = resolveOperand(text, literal, variableLookupForbidden);
-    if (!value) return std::nullopt;
-    return value == &literal ? std::move(literal) : *value;
+    // The literal is made in the result itself; a variable's value is copied into it.
+    std::optional<Value> out(std::in_place);
+    const Value* value = resolveOperand(text, *out, variableLookupForbidden);
+    if (!value) out.reset();
+    else if (value != &*out) *out = *value;
+    return out;
 }
+
+namespace {
+
+// Letters, digits and "_" by byte: one load per byte of a key path.
+constexpr auto asciiWordBytes = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return table;
+}();
+
+bool isASCIIWordByte(char c) { return asciiWordBytes[static_cast<unsigned char>(c)]; }
+
+// The end of the run of ASCII word bytes that starts at `from`.
+std::size_t wordEnd(std::string_view text, std::size_t from) {
+    std::size_t end = from;
+    while (end < text.size() && isASCIIWordByte(text[end])) ++end;
+    return end;
+}
+
+// Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
+// through dictionaries; `end` is where its first name ends. False when the path is of another
+// shape or meets anything but a dictionary before its end; the general walk then reads it.
+bool plainKeyPath(std::string_view keyPath, std::size_t end, const Token::Value::Dictionary& variables,
+                  const Value*& found) {
+    const Token::Value::Dictionary* map = &variables;
+    for (std::size_t start = 0;;) {
+        if (end == start || (end < keyPath.size() && (keyPath[end] != '.' || end + 1 == keyPath.size()))) return false;
+        const Value* value = map->find(std::string_view(keyPath.data() + start, end - start));
+        if (!value || end == keyPath.size()) {
+            found = value;
+            return true;
+        }
+        map = value->asDictionary();
+        if (!map) {
+            if (value->asArray()) return false;
+            found = nullptr;
+            return true;
+        }
+        start = end + 1;
+        end = wordEnd(keyPath, start);
+    }
+}
+
+// A variable: a dotted key path read from the context's own variables, then the whole text by
+// exact name through getValue. Key paths read this context's own variables only: inside a loop
+// that is the loop's variables, so a dotted path into an outer variable finds nothing. Intended.
+const Value* variableValue(const Context& context, std::string_view operand) {
+    // A plain name, the common case, is found without looking for a dot.
+    std::size_t end = wordEnd(operand, 0);
+    if (end < operand.size()) {
+        const Value* value;
+        if (operand[end] != '.' || !plainKeyPath(operand, end, context.variables, value))
+            value = std::memchr(operand.data() + end, '.', operand.size() - end)
+                        ? Context::valueForKeyPath(operand, context.variables)
+                        : nullptr;
+        if (value) return value;
+    }
+    return context.getValue(operand);
+}
+
+}  // namespace
 
 const Value* Context::resolveOperand(std::string_view text, Value& literal, bool variableLookupForbidden) const {
     std::string_view operand = unicode::trimWhitespaceAndNewlines(text);
@@ -184,10 +249,11 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
         literal = std::move(value);
         return &literal;
     };
-    if (operand == "true") return made(Value::boolean(true));
-    if (operand == "false") return made(Value::boolean(false));
-    // The range pattern is matched against the text as given, before trimming; it needs a "(".
-    if (text.find('(') != std::string_view::npos && text.find("..") != std::string_view::npos) {
+    // A range literal may stand anywhere in the text and comes before every other form. Its
+    // pattern is matched against the text as given, before trimming; it needs a "(", which
+    // trimming never removes.
+    if (!operand.empty() && std::memchr(operand.data(), '(', operand.size()) &&
+        text.find("..") != std::string_view::npos) {
         if (auto range = firstRangeLiteral(text)) {
             auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
                 auto value = resolveOperand(side);
@@ -203,63 +269,27 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
             }
         }
     }
-    if (!operand.empty() && (operand[0] == '"' || operand[0] == '\''))
+    // The other forms by the first byte, in their order: "true" and "false", a quoted string, an
+    // integer (a digit or a sign), a variable, a decimal (a digit, a sign or "."; the operand
+    // starts with no white space for the decimal parse to skip).
+    char first = operand.empty() ? '\0' : operand[0];
+    bool numeric = (first >= '0' && first <= '9') || first == '-' || first == '+';
+    if (first == 't' && operand == "true") return made(Value::boolean(true));
+    if (first == 'f' && operand == "false") return made(Value::boolean(false));
+    if (first == '"' || first == '\'')
         if (auto quoted = quotedLiteral(operand)) return made(Value::string(std::string(*quoted)));
-    // An integer starts with a digit or a sign.
-    if (!operand.empty() && ((operand[0] >= '0' && operand[0] <= '9') || operand[0] == '-' || operand[0] == '+'))
+    if (numeric)
         if (auto integer = parseInteger(operand)) return made(Value::integer(*integer));
-    if (!variableLookupForbidden) {
-        // Key paths read this context's own variables only: inside a loop that is the loop's
-        // variables, so a dotted path into an outer variable finds nothing. Intended.
-        if (operand.find('.') != std::string_view::npos)
-            if (auto* value = valueForKeyPath(operand, variables)) return value;
-        if (auto* value = getValue(operand)) return value;
-    }
-    if (auto number = Decimal::parse(operand)) return made(Value::decimal(*number));
+    if (!variableLookupForbidden)
+        if (const Value* value = variableValue(*this, operand)) return value;
+    if (numeric || first == '.')
+        if (auto number = Decimal::parse(operand)) return made(Value::decimal(*number));
     return nullptr;
 }
 
-namespace {
-
-// Letters, digits and "_" by byte: one load per byte of a key path.
-constexpr auto asciiWordBytes = [] {
-    std::array<bool, 256> table{};
-    for (int c = 0; c < 256; ++c)
-        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-    return table;
-}();
-
-bool isASCIIWordByte(char c) { return asciiWordBytes[static_cast<unsigned char>(c)]; }
-
-// Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
-// through dictionaries. False when the path is of another shape or meets anything but a
-// dictionary before its end; the general walk then reads it.
-bool plainKeyPath(std::string_view keyPath, const Token::Value::Dictionary& variables, const Value*& found) {
-    const Token::Value::Dictionary* map = &variables;
-    std::size_t start = 0;
-    while (true) {
-        std::size_t end = start;
-        while (end < keyPath.size() && isASCIIWordByte(keyPath[end])) ++end;
-        if (end == start || (end < keyPath.size() && (keyPath[end] != '.' || end + 1 == keyPath.size()))) return false;
-        const Value* value = map->find(keyPath.substr(start, end - start));
-        if (!value || end == keyPath.size()) {
-            found = value;
-            return true;
-        }
-        map = value->asDictionary();
-        if (!map) {
-            if (value->asArray()) return false;
-            found = nullptr;
-            return true;
-        }
-        start = end + 1;
-    }
-}
-
-}  // namespace
 
 const Value* Context::valueForKeyPath(std::string_view keyPath, const Dictionary& variables) {
-    if (const Value* found; plainKeyPath(keyPath, variables, found)) return found;
+    if (const Value* found; plainKeyPath(keyPath, wordEnd(keyPath, 0), variables, found)) return found;
     const Dictionary* map = &variables;
     for (std::string_view path = keyPath;;) {
         auto component = firstKeyPathComponent(path);

@@ -200,10 +200,20 @@ Decimal Decimal::fromParts(u128 mantissa, int exponent, bool negative) {
         exponent = minimumExponent;
         if (m == 0) return Decimal();
     }
-    while (exponent < maximumExponent) {
-        if (m >> 64 ? m % 10 != 0 : static_cast<std::uint64_t>(m) % 10 != 0) break;
+    // Trailing zeros move into the exponent; a mantissa that fits in 64 bits, the common case,
+    // is divided in 64 bits.
+    while (exponent < maximumExponent && m >> 64) {
+        if (m % 10 != 0) break;
         m /= 10;
         ++exponent;
+    }
+    if (!(m >> 64)) {
+        auto low = static_cast<std::uint64_t>(m);
+        while (exponent < maximumExponent && low % 10 == 0) {
+            low /= 10;
+            ++exponent;
+        }
+        m = low;
     }
     // A value just beyond the exponent range may still fit with trailing zeros in the mantissa.
     while (exponent > maximumExponent && m < powersOfTen[37]) {
@@ -228,6 +238,18 @@ Decimal Decimal::fromDouble(double value) {
 }
 
 std::optional<Decimal> Decimal::parse(std::string_view text) {
+    // A whole text of up to 18 digits after an optional sign, the common case, in 64 bits.
+    std::size_t signLength = !text.empty() && (text[0] == '-' || text[0] == '+') ? 1 : 0;
+    if (text.size() > signLength && text.size() - signLength <= 18) {
+        std::uint64_t value = 0;
+        std::size_t i = signLength;
+        for (; i < text.size(); ++i) {
+            auto digit = static_cast<unsigned char>(text[i] - '0');
+            if (digit > 9) break;
+            value = value * 10 + digit;
+        }
+        if (i == text.size()) return fromParts(value, 0, text[0] == '-');
+    }
     text = skipWhitespace(text);
     std::size_t i = 0;
     bool negative = false;
@@ -433,8 +455,12 @@ std::optional<std::int64_t> parseInteger(std::string_view text) {
     }
     if (text.empty()) return std::nullopt;
     std::uint64_t magnitude = 0;
-    auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size()) return std::nullopt;
+    for (char c : text) {
+        auto digit = static_cast<unsigned char>(c - '0');
+        if (digit > 9) return std::nullopt;
+        if (__builtin_mul_overflow(magnitude, 10u, &magnitude) || __builtin_add_overflow(magnitude, digit, &magnitude))
+            return std::nullopt;
+    }
     constexpr std::uint64_t maximum = std::numeric_limits<std::int64_t>::max();
     if (magnitude > maximum + (negative ? 1 : 0)) return std::nullopt;
     if (negative) return magnitude == maximum + 1 ? std::numeric_limits<std::int64_t>::min()

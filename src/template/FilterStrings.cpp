@@ -1,6 +1,7 @@
 // The string filters.
 
 #include <algorithm>
+#include <array>
 
 #include "template/Context.h"
 #include "template/FilterLibrary.h"
@@ -13,23 +14,25 @@ using Value = Token::Value;
 
 namespace {
 
-// Applies `transform` to the input's text; nil for inputs without one.
+// Applies `transform` to the input's text (a view); nil for inputs without one.
 template <class Transform>
 Value mapText(const Value& input, Transform transform) {
-    auto text = textOf(input);
+    std::string printed;
+    auto text = textView(input, printed);
     if (!text) return Value::nil();
-    return Value::string(transform(std::move(*text)));
+    return Value::string(transform(*text));
 }
 
 // The input with `search` replaced by `replacement`, everywhere or at the first match only.
-Value replaceText(const Value& input, const std::string& search, const std::string& replacement, bool firstOnly) {
-    auto original = textOf(input);
+Value replaceText(const Value& input, std::string_view search, std::string_view replacement, bool firstOnly) {
+    std::string printed;
+    auto original = textView(input, printed);
     if (!original) return Value::nil();
     text::Searchable haystack(*original), needle(search);
     std::size_t match = haystack.find(needle);
     // Nothing to replace: the text as given, not its canonical form.
-    if (match == std::string::npos) return Value::string(std::move(*original));
-    const std::string& text = haystack.text();
+    if (match == std::string::npos) return Value::string(std::string(*original));
+    std::string_view text = haystack.text();
     std::string out;
     out.reserve(text.size());
     std::size_t copied = 0;
@@ -45,10 +48,12 @@ Value replaceText(const Value& input, const std::string& search, const std::stri
 }
 
 Value replaceFiltered(const Value& input, Filter::Arguments arguments, bool withReplacement, bool firstOnly) {
-    auto search = textArgument(arguments);
+    std::string printedSearch, printedReplacement;
+    auto search = textArgumentView(arguments, printedSearch);
     if (!search) return Value::nil();
     // Without a replacement the matches are replaced with nothing.
-    std::string replacement = withReplacement ? textArgument(arguments, 1).value_or(std::string()) : std::string();
+    std::string_view replacement =
+        withReplacement ? textArgumentView(arguments, printedReplacement, 1).value_or(std::string_view()) : std::string_view();
     return replaceText(input, *search, replacement, firstOnly);
 }
 
@@ -90,15 +95,27 @@ bool isWellFormedUTF8(std::string_view text) {
     return true;
 }
 
-bool isUnreservedInURL(unsigned char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~' || c == '/' || c == '?' || c == '+';
+// The two texts one after the other, in one allocation.
+std::string joined(std::string_view head, std::string_view tail) {
+    std::string out;
+    out.reserve(head.size() + tail.size());
+    out.append(head).append(tail);
+    return out;
 }
 
-// `wanted` characters from the start of text, as bytes (a count beyond the text takes all of it).
-std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
-    // In ASCII without carriage returns (CR LF is one character) every byte is a character.
-    if (unicode::isASCII(text) && text.find('\r') == std::string_view::npos) return text.substr(0, std::min(wanted, text.size()));
+// Bytes that URL encoding keeps as they are; a blank becomes "+", which is one of them.
+constexpr auto unreservedInURL = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+                   c == '_' || c == '~' || c == '/' || c == '?' || c == '+' || c == ' ';
+    return table;
+}();
+
+// `wanted` characters from the start of text, as bytes (a count beyond the text takes all of
+// it); `singleBytes` when every byte of the text is a character.
+std::string_view firstCharacters(std::string_view text, std::size_t wanted, bool singleBytes) {
+    if (singleBytes) return text.substr(0, std::min(wanted, text.size()));
     auto boundaries = text::characterBoundaries(text);
     return text.substr(0, boundaries[std::min(wanted, boundaries.size() - 1)]);
 }
@@ -106,32 +123,38 @@ std::string_view firstCharacters(std::string_view text, std::size_t wanted) {
 }  // namespace
 
 Value append(const Value& input, Filter::Arguments arguments) {
-    auto suffix = textArgument(arguments);
+    std::string printed;
+    auto suffix = textArgumentView(arguments, printed);
     if (!suffix) return Value::nil();
-    return mapText(input, [&](std::string text) { return text + *suffix; });
+    return mapText(input, [&](std::string_view text) { return joined(text, *suffix); });
 }
 
 Value capitalize(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         auto first = text::firstWord(text);
-        if (!first) return text;
+        if (!first) return std::string(text);
         std::string_view word = *first;
         std::size_t start = static_cast<std::size_t>(word.data() - text.data());
         // Only the first word changes; the rest of the text is kept as it is.
-        return text.substr(0, start) + text::capitalizedWord(word) + text.substr(start + word.size());
+        std::string out;
+        out.reserve(text.size());
+        out.append(text, 0, start);
+        text::appendCapitalizedWord(out, word);
+        out.append(text, start + word.size());
+        return out;
     });
 }
 
 Value downcase(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return text::lowercased(text); });
+    return mapText(input, [](std::string_view text) { return text::lowercased(text); });
 }
 
 Value lstrip(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return std::string(trimStart(text)); });
+    return mapText(input, [](std::string_view text) { return std::string(trimStart(text)); });
 }
 
 Value newlineToBr(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         std::string out;
         out.reserve(text.size());
         for (std::size_t i = 0; i < text.size(); ++i) {
@@ -149,9 +172,10 @@ Value newlineToBr(const Value& input, Filter::Arguments) {
 }
 
 Value prepend(const Value& input, Filter::Arguments arguments) {
-    auto prefix = textArgument(arguments);
+    std::string printed;
+    auto prefix = textArgumentView(arguments, printed);
     if (!prefix) return Value::nil();
-    return mapText(input, [&](std::string text) { return *prefix + text; });
+    return mapText(input, [&](std::string_view text) { return joined(*prefix, text); });
 }
 
 Value remove(const Value& input, Filter::Arguments arguments) { return replaceFiltered(input, arguments, false, false); }
@@ -167,7 +191,7 @@ Value replaceFirst(const Value& input, Filter::Arguments arguments) {
 }
 
 Value rstrip(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return std::string(trimEnd(text)); });
+    return mapText(input, [](std::string_view text) { return std::string(trimEnd(text)); });
 }
 
 Value size(const Value& input, Filter::Arguments) {
@@ -206,8 +230,9 @@ Value slice(const Value& input, Filter::Arguments arguments) {
 }
 
 Value split(const Value& input, Filter::Arguments arguments) {
-    auto text = textOf(input);
-    auto separator = textArgument(arguments);
+    std::string printedText, printedSeparator;
+    auto text = textView(input, printedText);
+    auto separator = textArgumentView(arguments, printedSeparator);
     if (!text || !separator) return Value::nil();
     Value::Array pieces;
     std::size_t size = 0;
@@ -220,9 +245,11 @@ Value split(const Value& input, Filter::Arguments arguments) {
     if (separator->empty()) {
         auto boundaries = text::characterBoundaries(*text);
         for (std::size_t i = 0; i + 1 < boundaries.size(); ++i)
-            add(std::string_view(*text).substr(boundaries[i], boundaries[i + 1] - boundaries[i]));
+            add(text->substr(boundaries[i], boundaries[i + 1] - boundaries[i]));
         return Value::array(std::move(pieces));
     }
+    // Most splits give a handful of pieces.
+    pieces.reserve(4);
     text::Searchable haystack(*text), needle(*separator);
     std::string_view searched = haystack.text();
     std::size_t start = 0;
@@ -234,11 +261,11 @@ Value split(const Value& input, Filter::Arguments arguments) {
 }
 
 Value strip(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return std::string(unicode::trimWhitespaceAndNewlines(text)); });
+    return mapText(input, [](std::string_view text) { return std::string(unicode::trimWhitespaceAndNewlines(text)); });
 }
 
 Value stripNewlines(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         std::string out;
         out.reserve(text.size());
         for (std::size_t i = 0; i < text.size();) {
@@ -254,17 +281,22 @@ Value truncate(const Value& input, Filter::Arguments arguments) {
     if (arguments.empty() || arguments.size() > 2) return Value::nil();
     auto length = arguments[0].integerValue();
     if (!length) return Value::nil();
-    // A string input is read in place; other kinds through their printed form.
-    std::string printed;
+    // A string input and ellipsis are read in place; other kinds through their printed forms.
+    std::string printed, printedEllipsis;
     const std::string* text = input.asString();
     if (!text) text = &(printed = input.stringValue());
-    auto count = static_cast<std::int64_t>(text::characterCount(*text));
+    bool singleBytes = text::isSingleByteText(*text);
+    auto count = static_cast<std::int64_t>(singleBytes ? text->size() : text::characterCount(*text));
     if (count <= *length) return text == &printed ? Value::string(std::move(printed)) : Value::string(*text);
-    std::string ellipsis = arguments.size() == 2 ? arguments[1].stringValue() : "...";
+    std::string_view ellipsis = "...";
+    if (arguments.size() == 2) {
+        auto* given = arguments[1].asString();
+        ellipsis = given ? std::string_view(*given) : std::string_view(printedEllipsis = arguments[1].stringValue());
+    }
     auto ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     // The ellipsis counts toward the length, unless it alone is longer.
     std::int64_t kept = *length > ellipsisCount ? *length - ellipsisCount : 0;
-    std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept));
+    std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept), singleBytes);
     std::string out;
     out.reserve(head.size() + ellipsis.size());
     out.append(head).append(ellipsis);
@@ -289,7 +321,7 @@ Value truncatewords(const Value& input, Filter::Arguments arguments) {
 }
 
 Value upcase(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) { return text::uppercased(text); });
+    return mapText(input, [](std::string_view text) { return text::uppercased(text); });
 }
 
 Value urlDecode(const Value& input, Filter::Arguments) {
@@ -316,18 +348,21 @@ Value urlDecode(const Value& input, Filter::Arguments) {
 }
 
 Value urlEncode(const Value& input, Filter::Arguments) {
-    return mapText(input, [](std::string text) {
+    return mapText(input, [](std::string_view text) {
         static constexpr char hex[] = "0123456789ABCDEF";
-        std::string out;
-        out.reserve(text.size());
+        // Sized first, then written in place: an escaped byte takes three.
+        std::size_t escaped = 0;
+        for (unsigned char c : text) escaped += !unreservedInURL[c];
+        std::string out(text.size() + 2 * escaped, '\0');
+        char* to = out.data();
         for (unsigned char c : text) {
-            if (c == ' ') c = '+';
-            if (isUnreservedInURL(c)) {
-                out += static_cast<char>(c);
+            if (unreservedInURL[c]) {
+                *to++ = c == ' ' ? '+' : static_cast<char>(c);
             } else {
-                out += '%';
-                out += hex[c >> 4];
-                out += hex[c & 15];
+                to[0] = '%';
+                to[1] = hex[c >> 4];
+                to[2] = hex[c & 15];
+                to += 3;
             }
         }
         return out;

@@ -14,11 +14,27 @@
 
 namespace drovel::templating::filters {
 
+std::optional<std::string_view> textView(const Token::Value& value, std::string& storage) {
+    if (auto* string = value.asString()) return std::string_view(*string);
+    if (value.asInteger() || value.asDecimal()) {
+        storage.clear();
+        value.appendStringValue(storage);
+        return std::string_view(storage);
+    }
+    if (value.isNil()) return std::string_view();
+    return std::nullopt;
+}
+
 std::optional<std::string> textOf(const Token::Value& value) {
     if (auto* string = value.asString()) return *string;
-    if (value.asInteger() || value.asDecimal()) return value.stringValue();
-    if (value.isNil()) return std::string();
-    return std::nullopt;
+    std::string storage;
+    if (!textView(value, storage)) return std::nullopt;
+    return storage;
+}
+
+std::optional<std::string_view> textArgumentView(Filter::Arguments arguments, std::string& storage, std::size_t index) {
+    if (arguments.size() <= index) return std::nullopt;
+    return textView(arguments[index], storage).value_or(std::string_view());
 }
 
 std::optional<std::string> textArgument(Filter::Arguments arguments, std::size_t index) {
@@ -165,7 +181,30 @@ std::vector<std::size_t> characterBoundaries(std::string_view text) {
     return out;
 }
 
+bool isSingleByteText(std::string_view text) {
+    // Eight bytes at a time, as unicode::isASCII reads them: a byte with its high bit set, or one that equals CR (found as a zero
+    // byte of the word XOR CRs, whose subtraction borrows into its high bit), stops the fast path.
+    constexpr std::uint64_t ones = 0x0101010101010101ull, highBits = 0x8080808080808080ull, carriageReturns = ones * '\r';
+    const char* data = text.data();
+    std::size_t size = text.size();
+    auto plain = [&](std::size_t at) {
+        std::uint64_t word;
+        std::memcpy(&word, data + at, sizeof word);
+        return ((word | ((word ^ carriageReturns) - ones)) & highBits) == 0;
+    };
+    if (size < 8) {
+        for (std::size_t i = 0; i < size; ++i)
+            if (static_cast<unsigned char>(data[i]) >= 0x80 || data[i] == '\r') return false;
+        return true;
+    }
+    // The last eight bytes overlap the words before them.
+    for (std::size_t i = 0; i + 8 < size; i += 8)
+        if (!plain(i)) return false;
+    return plain(size - 8);
+}
+
 std::size_t characterCount(std::string_view text) {
+    if (isSingleByteText(text)) return text.size();
     if (isASCII(text)) {
         std::size_t count = text.size();
         for (std::size_t i = 1; i < text.size(); ++i)
@@ -241,17 +280,21 @@ std::string lowercased(std::string_view text) {
     return mapCase(text, ucasemap_utf8ToLower, false);
 }
 
-std::string capitalizedWord(std::string_view word) {
+void appendCapitalizedWord(std::string& out, std::string_view word) {
     if (isASCII(word) && asciiCaseIsPlain()) {
         // Title case goes to the first letter or digit (a leading "_" stays); the rest is lowered.
         std::size_t first = 0;
         while (first < word.size() && !isAsciiLetterOrDigit(word[first])) ++first;
-        if (first == word.size()) return std::string(word);
-        std::string out(word.substr(0, first + 1));
-        if (out[first] >= 'a' && out[first] <= 'z') out[first] = static_cast<char>(out[first] - 'a' + 'A');
-        return out + lowercased(word.substr(first + 1));
+        std::size_t start = out.size();
+        out.append(word);
+        if (first == word.size()) return;
+        char& title = out[start + first];
+        if (title >= 'a' && title <= 'z') title = static_cast<char>(title - 'a' + 'A');
+        for (std::size_t i = start + first + 1; i < out.size(); ++i)
+            if (out[i] >= 'A' && out[i] <= 'Z') out[i] = static_cast<char>(out[i] - 'A' + 'a');
+        return;
     }
-    return mapCase(word, toTitle, true);
+    out += mapCase(word, toTitle, true);
 }
 
 std::string caseFolded(std::string_view text) {
@@ -259,12 +302,10 @@ std::string caseFolded(std::string_view text) {
     return mapCase(text, ucasemap_utf8FoldCase, false);
 }
 
-Searchable::Searchable(std::string_view text) : ascii_(isASCII(text)) {
-    if (ascii_) {
-        text_ = text;
-        return;
-    }
-    text_ = unicode::canonicalForm(text);
+Searchable::Searchable(std::string_view text) : text_(text), ascii_(isASCII(text)) {
+    if (ascii_) return;
+    canonical_ = unicode::canonicalForm(text);
+    text_ = canonical_;
     boundaries_.assign(text_.size() + 1, false);
     for (std::size_t position : characterBoundaries(text_)) boundaries_[position] = true;
 }
@@ -276,7 +317,7 @@ bool Searchable::isBoundary(std::size_t position) const {
 }
 
 std::size_t Searchable::find(const Searchable& needle, std::size_t from) const {
-    const std::string& pattern = needle.text_;
+    std::string_view pattern = needle.text_;
     if (pattern.empty()) return std::string::npos;
     for (std::size_t position = text_.find(pattern, from); position != std::string::npos;
          position = text_.find(pattern, position + 1)) {

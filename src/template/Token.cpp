@@ -228,7 +228,19 @@ const Value* Value::Dictionary::findCanonical(std::string_view key) const {
     return found != entries_.end() && found->first == key ? &found->second : nullptr;
 }
 
-void Value::Dictionary::set(std::string_view key, Value value) { setCanonical(unicode::canonicalForm(key), std::move(value)); }
+void Value::Dictionary::set(std::string_view key, Value value) {
+    if (!unicode::isASCII(key)) {
+        setCanonical(unicode::canonicalForm(key), std::move(value));
+        return;
+    }
+    // An ASCII key is its own canonical form: an existing entry is replaced in place, and the key
+    // is copied only for a new one.
+    if (const Value* existing = find(key)) {
+        const_cast<Value&>(*existing) = std::move(value);
+        return;
+    }
+    setCanonical(std::string(key), std::move(value));
+}
 
 void Value::Dictionary::setCanonical(std::string key, Value value) {
     // Keys set in order go to the end without a search. Room for a few entries from the start:

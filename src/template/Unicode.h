@@ -5,6 +5,8 @@
 // path before it asks ICU. Ill-formed UTF-8 never fails: each bad byte reads as U+FFFD.
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -22,9 +24,23 @@ char32_t decode(std::string_view text, std::size_t position, std::size_t& length
 char32_t decodeBefore(std::string_view text, std::size_t position, std::size_t& length);
 
 inline bool isASCII(std::string_view text) {
-    for (char c : text)
-        if (static_cast<unsigned char>(c) >= 0x80) return false;
-    return true;
+    // Eight bytes at a time; a text of eight or more ends with an overlapping last eight.
+    constexpr std::uint64_t highBits = 0x8080808080808080ull;
+    const char* data = text.data();
+    std::size_t size = text.size();
+    auto load = [data](std::size_t at) {
+        std::uint64_t word;
+        std::memcpy(&word, data + at, sizeof word);
+        return word;
+    };
+    if (size < 8) {
+        for (std::size_t i = 0; i < size; ++i)
+            if (static_cast<unsigned char>(data[i]) >= 0x80) return false;
+        return true;
+    }
+    for (std::size_t i = 0; i + 8 < size; i += 8)
+        if (load(i) & highBits) return false;
+    return (load(size - 8) & highBits) == 0;
 }
 
 // \w: alphabetic, marks, decimal digits, connector punctuation, ZWNJ and ZWJ.

@@ -104,11 +104,22 @@ TEST(Context, ResolvesOperands) {
         {"x.y", "string:dotted name"},  // no key path matched: the whole text by name
         {"user.missing", "(absent)"}, {"unknown", "(absent)"},
         {"3px", "decimal:3"},  // the decimal parse takes a prefix
-        {"", "(absent)"},
+        {"", "(absent)"}, {".5", "decimal:0.5"}, {"x(1..2)", "range:1..2"}, {"'(1..2)'", "range:1..2"},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(show(context->resolveOperand(text)), expected) << text;
     EXPECT_EQ(show(context->resolveOperand("name", true)), "(absent)");
     EXPECT_THROW(context->resolveOperand("(5..1)"), TemplateFatalError);
+
+    // Where a variable's name looks like a literal, the forms keep their order: booleans, strings
+    // and integers before variables, variables (key paths first) before decimals.
+    auto shadowing = contextWith({{"true", str("var")}, {"'open", str("var")}, {"42", str("var")},
+                                  {"3px", str("var")}, {"-x", str("var")}, {"1", Value::dictionary({{"5", str("path")}})},
+                                  {"1.5", str("var")}, {"2.5", str("var")}});
+    const std::pair<const char*, const char*> shadowed[] = {
+        {"true", "bool:true"}, {"'open", "string:var"}, {"42", "integer:42"}, {"3px", "string:var"},
+        {"-x", "string:var"}, {"1.5", "string:path"}, {"2.5", "string:var"}, {"2.50", "decimal:2.5"},
+    };
+    for (const auto& [text, expected] : shadowed) EXPECT_EQ(show(shadowing->resolveOperand(text)), expected) << text;
 }
 
 }  // namespace

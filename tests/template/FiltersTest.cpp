@@ -12,6 +12,7 @@
 #include <unicode/uloc.h>
 
 #include "template/Filter.h"
+#include "template/FilterText.h"
 #include "template/Parser.h"
 #include "template/TemplateTestSupport.h"
 #include "support/ScopedTimeZone.h"
@@ -88,6 +89,10 @@ TEST(Filters, Strings) {
         {str("hello"), "slice: -3, 2", str("ll")}, {str("hello"), "slice: 3, 10", str("lo")},
         {str("hello"), "slice: 10, 2", str("")},
         {str("a-b--c"), "split: '-'", arr({str("a"), str("b"), str(""), str("c")})},
+        // Numbers take part by their printed forms, as inputs and as arguments.
+        {decimal("1.50"), "append: 2", str("1.52")}, {integer(12), "prepend: 3.0", str("312")},
+        {integer(12034), "split: 0", arr({str("12"), str("34")})}, {integer(1212), "replace: 1, 3", str("3232")},
+        {decimal("-2.5"), "capitalize", str("-2.5")}, {integer(5), "upcase", str("5")},
         {str("ab"), "split: ''", arr({str("a"), str("b")})}, {str(""), "split: '-'", arr({})},
         {str("a\r\nb\nc\u2028d\re"), "strip_newlines", str("abcde")}, {str("abcdefgh"), "truncate: 5", str("ab...")},
         {str("abcdefgh"), "truncate: 5, ''", str("abcde")}, {str("abc"), "truncate: 5", str("abc")},
@@ -103,7 +108,25 @@ TEST(Filters, Strings) {
         {str("a%2Bb"), "url_decode", str("a b")}, {str("caf%C3%A9+x"), "url_decode", str("café x")},
         {str("100%"), "url_decode", nil}, {str("%FF"), "url_decode", nil},
         {str("a b/c?d"), "url_encode", str("a+b/c?d")}, {str("é&=-._~"), "url_encode", str("%C3%A9%26%3D-._~")},
+        {str("+%\t\x7F AZaz09"), "url_encode", str("+%25%09%7F+AZaz09")}, {str(""), "url_encode", str("")},
+        {str("abcdefgh"), "truncate: 5, 0", str("abcd0")}, {str("abcdefgh"), "truncate: 5, list", str("abcb2")},
     });
+}
+
+TEST(Filters, SingleByteTextIsToldApartAtEveryByte) {
+    // Text counted and cut by bytes must hold no byte above ASCII and no carriage return.
+    const std::pair<char, bool> bytes[] = {{'\r', false}, {'\x80', false}, {'\x8D', false}, {'\xFF', false},
+                                           {'\x0C', true},  {'\x0E', true},   {'\x1D', true},   {'\x7F', true}};
+    for (std::size_t size = 1; size <= 20; ++size) {
+        for (std::size_t at = 0; at < size; ++at) {
+            for (auto [byte, single] : bytes) {
+                std::string text(size, 'a');
+                text[at] = byte;
+                EXPECT_EQ(filters::text::isSingleByteText(text), single) << size << " " << at << " " << int(byte);
+            }
+        }
+    }
+    EXPECT_TRUE(filters::text::isSingleByteText(""));
 }
 
 TEST(Filters, CharactersAndWordsFollowUnicode) {

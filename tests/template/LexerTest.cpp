@@ -26,13 +26,14 @@ TEST(Lexer, Tokens) {
         {"{% raw %}{{ x }}{% endraw %}", {T("{{ x }}"), G("endraw")}}, {"{% raw %}{{ x }}{%endraw%}", {T("")}},
         {"{% raw %}{% endraw %}tail", {T(""), G("endraw"), T("tail")}}, {"a {{ b", {T("a "), T("")}},
         {"a {% b", {T("a "), T("")}}, {"a }} b", {T("a }} b")}}, {"{{ 'x}}y' }}", {V("'x"), T("y' }}")}},
-        {"{{ a }}{% b %}", {V("a"), G("b")}},
+        {"{{ a }}{% b %}", {V("a"), G("b")}}, {"{%}}", {G(""), T("}")}}, {"{% a } b %}", {G("a } b")}},
+        {"{{ a } }}}", {V("a }"), T("}")}}, {"{% a %%}", {G("a %")}}, {"{{ a %}", {T("")}},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(show(lex(text)), show(expected)) << text;
 }
 
 TEST(Lexer, DelimitersMatchOnlyOnCharacterBoundaries) {
-    const auto T = Token::text, V = Token::variable;
+    const auto T = Token::text, V = Token::variable, G = Token::tag;
     const std::pair<std::string_view, std::vector<Token>> cases[] = {
         // "{{" followed by a combining acute accent is "{" and "{́", not an opening delimiter.
         {"a{{\xCC\x81 x }}", {T("a{{\xCC\x81 x }}")}},
@@ -40,6 +41,8 @@ TEST(Lexer, DelimitersMatchOnlyOnCharacterBoundaries) {
         {"{{ x }}\xCC\x81 y }}", {V("x }}\xCC\x81 y")}},
         // An Arabic number sign (a prepended character) swallows the brace after it.
         {"\xD8\x80{{ x }}", {T("\xD8\x80{{ x }}")}}, {"é{{ x }}", {T("é"), V("x")}},
+        {"{% if x %}\xCC\x81 %}b", {G("if x %}\xCC\x81"), T("b")}},
+        {"{% raw %}a\xD8\x80{% endraw %}{% endraw %}", {T("a\xD8\x80{% endraw %}"), G("endraw")}},
         // Ill-formed UTF-8 is carried through untouched.
         {"\xFF{{ \xC3 }}\x80", {T("\xFF"), V("\xC3"), T("\x80")}},
     };

@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "template/Token.h"
+#include "template/Unicode.h"
 #include "template/TemplateTestSupport.h"
 
 namespace drovel::templating {
@@ -25,7 +26,10 @@ TEST(Decimal, ParsesAPrefixLikeThePlatformDecimal) {
         {".5", "0.5"},        {"5.", "5"},        {"1e3", "1000"},     {"1E-2", "0.01"},  {"2e", "2"},
         {"0.000", "0"},       {"-0", "0"},        {"007", "7"},        {"1..3", "1"},     {"abc", "(none)"},
         {"", "(none)"},       {"-", "(none)"},    {".", "(none)"},     {"e5", "(none)"},  {"1e200", "(none)"},
-        {"1e-200", "0"},
+        {"1e-200", "0"},      {"+", "(none)"},    {"-1200", "-1200"},  {"12 ", "12"},     {"1\xD9\xA3", "1"},
+        {"999999999999999999", "999999999999999999"}, {"-9999999999999999999", "-9999999999999999999"},
+        {"18446744073709551616", "18446744073709551616"}, {"1844674407370955161600", "1844674407370955161600"},
+        {"-100000000000000000000000000000.000", "-100000000000000000000000000000"},
         // Digits beyond the 38th are dropped, not rounded.
         {"1234567890123456789012345678901234567899", "1234567890123456789012345678901234567800"},
         {"0.12345678901234567890123456789012345678999", "0.12345678901234567890123456789012345678"},
@@ -132,6 +136,31 @@ TEST(Value, NumericViews) {
         auto decimalValue = c.value.decimalValue();
         EXPECT_EQ(decimalValue ? std::optional(decimalValue->description()) : std::nullopt, c.decimal);
         EXPECT_EQ(c.value.doubleValue(), c.number);
+    }
+}
+
+TEST(Value, IntegersParseExactlyWithin64Bits) {
+    constexpr auto maximum = std::numeric_limits<std::int64_t>::max(), minimum = std::numeric_limits<std::int64_t>::min();
+    const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
+        {"0", 0}, {"-0", 0}, {"+7", 7}, {"007", 7}, {"9223372036854775807", maximum}, {"-9223372036854775808", minimum},
+        {"9223372036854775808", std::nullopt}, {"-9223372036854775809", std::nullopt},
+        {"18446744073709551615", std::nullopt}, {"18446744073709551616", std::nullopt},
+        {"184467440737095516150", std::nullopt}, {"", std::nullopt}, {"-", std::nullopt}, {"+-1", std::nullopt},
+        {"1 ", std::nullopt}, {"1e3", std::nullopt}, {"1/", std::nullopt}, {"1:", std::nullopt}, {"\xD9\xA3", std::nullopt},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(parseInteger(text), expected) << text;
+}
+
+TEST(Unicode, TheASCIITestSeesEveryByte) {
+    for (std::size_t size = 0; size <= 24; ++size) {
+        std::string text(size, 'a');
+        EXPECT_TRUE(unicode::isASCII(text)) << size;
+        for (std::size_t at = 0; at < size; ++at) {
+            text[at] = '\x80';
+            EXPECT_FALSE(unicode::isASCII(text)) << size << " " << at;
+            text[at] = '\x7F';
+            EXPECT_TRUE(unicode::isASCII(text)) << size << " " << at;
+        }
     }
 }
 
