@@ -228,10 +228,13 @@ std::shared_ptr<Context> TagFor::makePass() {
     // go of a finished pass's context before it asks for the next (see Parser::processTag), so
     // one context usually serves every pass; one that a tag still holds is left to it.
     auto makeForloop = [&setForloop] {
-        Value::Dictionary::Entries entries;
-        entries.reserve(std::size(forloopKeys));
-        for (std::string_view key : forloopKeys) entries.emplace_back(key, Value());
-        Value::Dictionary dictionary = Value::Dictionary::fromSortedEntries(std::move(entries));
+        // Copied from one made once: its keys are copied whole instead of made one by one.
+        static const Value::Dictionary prototype = [] {
+            Value::Dictionary::Entries entries;
+            for (std::string_view key : forloopKeys) entries.emplace_back(key, Value::integer(0));
+            return Value::Dictionary::fromSortedEntries(std::move(entries));
+        }();
+        Value::Dictionary dictionary = prototype;
         setForloop(dictionary);
         return Value::dictionary(std::move(dictionary));
     };
