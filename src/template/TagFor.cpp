@@ -79,16 +79,21 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
     }
     std::string_view body = parser.tagStatementBody(statement);
     auto names = parameters();
-    // The parameters begin at the first parameter word after "item in list".
+    // The parameters begin at the first parameter word after "item in list". A parameter word
+    // starts with a parameter's name: without any name in the text there is none to look for.
     std::size_t parametersStart = body.size();
+    bool namesAParameter = std::any_of(names.begin(), names.end(),
+                                       [&](std::string_view name) { return body.find(name) != std::string_view::npos; });
     std::size_t wordIndex = 0;
-    forEachWord(body, [&](std::string_view word) {
-        if (wordIndex++ >= 3 && isParameterWord(word, names)) {
-            parametersStart = static_cast<std::size_t>(word.data() - body.data());
-            return false;
-        }
-        return true;
-    });
+    if (namesAParameter) {
+        forEachWord(body, [&](std::string_view word) {
+            if (wordIndex++ >= 3 && isParameterWord(word, names)) {
+                parametersStart = static_cast<std::size_t>(word.data() - body.data());
+                return false;
+            }
+            return true;
+        });
+    }
     if (auto error = parseSegments(body.substr(0, parametersStart), parser)) return error;
 
     std::string_view pending;  // a parameter name whose value is the next word ("limit: 2")
@@ -155,10 +160,12 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
         key += '-';
         key += unicode::trimWhitespaceAndNewlines(iterandText_);
     }
-    std::uint64_t offset = continues ? parser.loopPosition(key) : clampedCount(parameter(offsetName));
+    bool hasParameters = parametersStart < body.size();
+    std::uint64_t offset = continues ? parser.loopPosition(key) : hasParameters ? clampedCount(parameter(offsetName)) : 0;
     start_ = std::min(total, offset);
     count_ = total - start_;
-    if (auto limit = parameter("limit")) count_ = std::min(count_, clampedCount(limit));
+    if (hasParameters)
+        if (auto limit = parameter("limit")) count_ = std::min(count_, clampedCount(limit));
     // Only a loop that runs moves the position; one in a block that shows nothing leaves it.
     if (remembersPosition() && currentScope.outputState() == OutputState::enabled) {
         positionKey_ = std::move(key);
