@@ -17,6 +17,15 @@ constexpr int endIfTerminates[] = {static_cast<int>(TagKind::If), static_cast<in
 
 std::span<const Tag::ExpressionSegment> TagIf::tagExpression() const { return conditionalExpression; }
 
+std::optional<Tag::Errors> TagIf::parse(std::string_view statement, Parser& parser, Parser::Scope&) {
+    std::string_view condition = parser.tagStatementBody(statement);
+    if (condition.empty()) return Errors::malformedStatement("Expected identifier or literal, found nothing.");
+    Token::Value value = evaluateVariable(conditionalExpression[0].text, condition, parser);
+    parser.chargeWork(Parser::valueSize(value, Parser::maximumWorkBytes));
+    compiledExpression.set(conditionalExpression[0].text, std::move(value));
+    return std::nullopt;
+}
+
 bool TagIf::branchTaken() const {
     const Token::Value* conditional = compiledExpression.find("conditional");
     return conditional && conditional->isTruthy();

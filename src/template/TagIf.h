@@ -14,6 +14,8 @@ public:
     explicit TagIf(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
 
     std::span<const ExpressionSegment> tagExpression() const override;
+    // The grammar is one "conditional" taking the whole body: compiled without the segment walk.
+    std::optional<Errors> parse(std::string_view statement, Parser& parser, Parser::Scope& currentScope) override;
     bool definesScope() const override { return true; }
     // Disables the branch unless its condition holds and no earlier branch of the chain was taken.
     void didDefine(Parser::Scope& scope, Parser& parser) override;
