@@ -123,7 +123,8 @@ public:
     std::optional<Token::Value> next(const std::vector<Token::Value>& values,
                                      std::optional<std::string_view> identifier = std::nullopt) override;
 
-    const std::shared_ptr<Context> supplementedContext;
+    // Null only while a finished loop keeps the context for the next loop (see TagFor).
+    std::shared_ptr<Context> supplementedContext;
 };
 
 }  // namespace drovel::templating

@@ -34,6 +34,34 @@ constexpr std::uint64_t forloopSize = [] {
     return size;
 }();
 
+// The pass context of the thread's last finished loop, kept for the next loop's first pass: a
+// rendering runs loop after loop, and each would otherwise make and free the same blocks (the
+// context, its variables and forloop). It holds no value and no context of a rendering: the loop
+// variable is nil and the supplemented context null while it waits.
+struct SparePass {
+    std::shared_ptr<SupplementalContext> context;
+    SparePass();
+    ~SparePass();
+};
+thread_local SparePass* sparePass = nullptr;
+thread_local bool sparePassEnded = false;
+
+SparePass::SparePass() { sparePass = this; }
+SparePass::~SparePass() {
+    sparePass = nullptr;
+    sparePassEnded = true;
+}
+
+// The thread's spare, made on first use; null once the thread is ending.
+SparePass* threadSparePass() {
+    if (sparePass || sparePassEnded) return sparePass;
+    thread_local SparePass spare;
+    return sparePass;
+}
+
+// The position of forloop among a pass's variables, with and without a loop variable before it.
+std::size_t forloopPosition(bool hasItem, bool itemFirst) { return hasItem && itemFirst ? 1 : 0; }
+
 // Calls onWord(word) for each white-space-separated word of `text` until it returns false.
 template <class F>
 void forEachWord(std::string_view text, F&& onWord) {
@@ -248,6 +276,20 @@ std::shared_ptr<Context> TagFor::makePass() {
     std::shared_ptr<SupplementalContext>* free = nullptr;
     for (auto& slot : passContexts_)
         if (slot && slot.use_count() == 1) free = &slot;
+    // The first pass takes the spare of the thread's last loop when its variables have the same
+    // names in the same order.
+    SparePass* spare = free ? nullptr : threadSparePass();
+    if (spare && spare->context) {
+        const Value::Dictionary& variables = spare->context->variables;
+        bool fits = variables.size() == (hasItem ? 2u : 1u) &&
+                    (!hasItem || variables.begin()[itemFirst ? 0 : 1].first == iteree_);
+        if (fits) {
+            std::shared_ptr<SupplementalContext>& slot = passContexts_[pass % 2];
+            slot = std::move(spare->context);
+            slot->supplementedContext = context;
+            free = &slot;
+        }
+    }
     if (free) {
         std::shared_ptr<SupplementalContext>& reusable = *free;
         Value::Dictionary& variables = reusable->variables;
@@ -270,6 +312,21 @@ std::shared_ptr<Context> TagFor::makePass() {
     std::shared_ptr<SupplementalContext>& made = passContexts_[pass % 2];
     made = context->makeSupplement(Value::Dictionary::fromSortedEntries(std::move(variableEntries)));
     return made;
+}
+
+TagFor::~TagFor() {
+    SparePass* spare = threadSparePass();
+    if (!spare || spare->context) return;
+    for (auto& slot : passContexts_) {
+        if (!slot || slot.use_count() != 1) continue;
+        Value::Dictionary& variables = slot->variables;
+        bool hasItem = variables.size() == 2;
+        if (variables.size() > 2 || !variables.valueAt(forloopPosition(hasItem, itemFirst_)).uniqueDictionary()) continue;
+        if (hasItem) variables.valueAt(itemFirst_ ? 0 : 1) = Value();
+        slot->supplementedContext.reset();
+        spare->context = std::move(slot);
+        return;
+    }
 }
 
 void TagFor::haltLoop(Parser::Scope& scope, Parser& parser, bool stopLoop) {

@@ -23,6 +23,8 @@ public:
     static constexpr int maximumNestingDepth = 100;
 
     explicit TagFor(std::shared_ptr<Context> context) : RegisteredTag(std::move(context)) {}
+    // Leaves a pass context that nothing else holds to the thread's next loop.
+    ~TagFor() override;
 
     std::span<const ExpressionSegment> tagExpression() const override;
     std::span<const std::string_view> parameters() const override;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "template/TagFor.h"
 #include "template/TemplateTestSupport.h"
 
@@ -208,6 +210,33 @@ TEST(Tags, HostileLoopsStayBounded) {
     EXPECT_EQ(log.lines.front(), "Tag “for” skipped: Loops nested more than 100 deep");
     // Each tag and statement is visited once: every loop makes a single pass.
     EXPECT_EQ(deep.tokenVisits, 4u * 150);
+}
+
+TEST(Tags, ALoopsContextServesTheNextLoopAndKeepsNothingOfItsRendering) {
+    // Loops whose variable sorts before, after or instead of "forloop", one after another: each
+    // starts afresh, and the same loops again render the same.
+    const std::pair<const char*, const char*> cases[] = {
+        {"{% for a in pair %}{{ forloop.index }}{{ a }}{% endfor %}", "1a2b"},
+        {"{% for a in list %}{{ forloop.rindex }}{{ a }}{% if forloop.first %}F{% endif %}{% endfor %}", "31F2213"},
+        {"{% for zz in pair %}{{ forloop.index0 }}{{ zz }}{% endfor %}", "0a1b"},
+        {"{% for forloop in pair %}{{ forloop.length }}{% endfor %}", "22"},
+        {"{% for a in pair %}{% assign kept = forloop %}{% endfor %}{% for a in list %}{% endfor %}{{ kept.index }}", "2"},
+    };
+    for (int round = 0; round < 2; ++round) expectRenders(cases);
+    // Once the rendering is over nothing holds its context. (On a thread of its own, whose
+    // first loop leaves the context it made for the thread's next loop.)
+    std::thread([] {
+        std::weak_ptr<Context> context;
+        {
+            auto shared = contextWith({{"list", Value::array({str("x"), str("y")})}});
+            context = shared;
+            EXPECT_EQ(render("{% for i in list %}{{ i }}{% endfor %}", shared), "xy");
+        }
+        EXPECT_TRUE(context.expired());
+        // The next loop with the same variable takes it, reading through to its own rendering's context.
+        auto next = contextWith({{"list", Value::array({integer(7)})}, {"name", str("Bo")}});
+        EXPECT_EQ(render("{% for i in list %}{{ i }}{{ name }}{% endfor %}", next), "7Bo");
+    }).join();
 }
 
 TEST(Tags, LoopPassesCountTheirVariablesAsTheyHoldThem) {
