@@ -70,25 +70,9 @@ private:
     List lists_[largest / granule];
 };
 
-// The thread's cache, made on first use and ended with the thread. Blocks freed after that (by
-// objects that outlive it) go straight back to the allocator.
-thread_local Cache* threadCache = nullptr;
-thread_local bool threadEnded = false;
-
-struct CacheOwner {
-    Cache cache;
-    CacheOwner() { threadCache = &cache; }
-    ~CacheOwner() {
-        threadCache = nullptr;
-        threadEnded = true;
-    }
-};
-
-Cache* cacheOfThread() {
-    if (threadCache || threadEnded) return threadCache;
-    thread_local CacheOwner owner;
-    return threadCache;
-}
+// The thread's cache. Blocks freed after it ended (by objects that outlive it) go straight back
+// to the allocator.
+Cache* cacheOfThread() { return PerThread<Cache>::get(); }
 
 }  // namespace
 

@@ -29,6 +29,30 @@ struct RecyclingAllocator {
     friend bool operator==(const RecyclingAllocator&, const RecyclingAllocator&) { return true; }
 };
 
+// A T of the calling thread, made on first use and ended with the thread; null once it has
+// ended, so that objects which outlive it (statics ended after the thread's objects) do without.
+template <class T>
+class PerThread {
+public:
+    static T* get() {
+        if (current_ || ended_) return current_;
+        thread_local Owner owner;
+        return current_;
+    }
+
+private:
+    struct Owner {
+        T object;
+        Owner() { current_ = &object; }
+        ~Owner() {
+            current_ = nullptr;
+            ended_ = true;
+        }
+    };
+    static inline thread_local T* current_ = nullptr;
+    static inline thread_local bool ended_ = false;
+};
+
 // Derive from it to give a class, and the classes derived from it, recycled memory.
 struct Recycled {
     static void* operator new(std::size_t size) { return recycling::allocate(size); }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "template/Recycling.h"
 #include "template/Unicode.h"
 
 namespace drovel::templating {
@@ -40,24 +41,10 @@ constexpr std::uint64_t forloopSize = [] {
 // variable is nil and the supplemented context null while it waits.
 struct SparePass {
     std::shared_ptr<SupplementalContext> context;
-    SparePass();
-    ~SparePass();
 };
-thread_local SparePass* sparePass = nullptr;
-thread_local bool sparePassEnded = false;
 
-SparePass::SparePass() { sparePass = this; }
-SparePass::~SparePass() {
-    sparePass = nullptr;
-    sparePassEnded = true;
-}
-
-// The thread's spare, made on first use; null once the thread is ending.
-SparePass* threadSparePass() {
-    if (sparePass || sparePassEnded) return sparePass;
-    thread_local SparePass spare;
-    return sparePass;
-}
+// The thread's spare; null once the thread is ending.
+SparePass* threadSparePass() { return PerThread<SparePass>::get(); }
 
 // The position of forloop among a pass's variables, with and without a loop variable before it.
 std::size_t forloopPosition(bool hasItem, bool itemFirst) { return hasItem && itemFirst ? 1 : 0; }
