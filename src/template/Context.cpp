@@ -241,6 +241,26 @@ const Value* variableValue(const Context& context, std::string_view operand) {
     return context.getValue(operand);
 }
 
+// The variable named by an operand that starts with a letter or "_" and holds no "(": then it
+// can be no range, quoted string or number, and is looked up at once. False for an operand of
+// another shape, which goes through every form in order.
+bool plainVariable(const Context& context, std::string_view operand, const Value*& value) {
+    std::size_t end = wordEnd(operand, 0);
+    if (end == operand.size()) {
+        value = context.getValue(operand);
+        return true;
+    }
+    const Value* found;
+    if (operand[end] != '.' || !plainKeyPath(operand, end, context.variables, found)) return false;
+    // A walk that found nothing may have stopped before reading the whole path.
+    if (!found) {
+        if (std::memchr(operand.data(), '(', operand.size())) return false;
+        found = context.getValue(operand);
+    }
+    value = found;
+    return true;
+}
+
 }  // namespace
 
 const Value* Context::resolveOperand(std::string_view text, Value& literal, bool variableLookupForbidden) const {
@@ -249,6 +269,15 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
         literal = std::move(value);
         return &literal;
     };
+    // The forms in their order: a range literal, "true" and "false", a quoted string, an integer,
+    // a variable, a decimal; each is tried only where the first byte allows it. Names, the common
+    // case, are told apart first (neither of the two words holds a "(").
+    char first = operand.empty() ? '\0' : operand[0];
+    if (isASCIIWordByte(first) && !(first >= '0' && first <= '9')) {
+        if (first == 't' && operand == "true") return made(Value::boolean(true));
+        if (first == 'f' && operand == "false") return made(Value::boolean(false));
+        if (const Value* value; !variableLookupForbidden && plainVariable(*this, operand, value)) return value;
+    }
     // A range literal may stand anywhere in the text and comes before every other form. Its
     // pattern is matched against the text as given, before trimming; it needs a "(", which
     // trimming never removes.
@@ -269,13 +298,9 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
             }
         }
     }
-    // The other forms by the first byte, in their order: "true" and "false", a quoted string, an
-    // integer (a digit or a sign), a variable, a decimal (a digit, a sign or "."; the operand
+    // An integer starts with a digit or a sign; a decimal may also start with "." (the operand
     // starts with no white space for the decimal parse to skip).
-    char first = operand.empty() ? '\0' : operand[0];
     bool numeric = (first >= '0' && first <= '9') || first == '-' || first == '+';
-    if (first == 't' && operand == "true") return made(Value::boolean(true));
-    if (first == 'f' && operand == "false") return made(Value::boolean(false));
     if (first == '"' || first == '\'')
         if (auto quoted = quotedLiteral(operand)) return made(Value::string(std::string(*quoted)));
     if (numeric)

@@ -188,6 +188,20 @@ Decimal Decimal::notANumber() {
 }
 
 Decimal Decimal::fromParts(u128 mantissa, int exponent, bool negative) {
+    // A mantissa of 64 bits with an exponent in range, the common case: only trailing zeros move.
+    if (!(mantissa >> 64) && exponent >= minimumExponent && exponent <= maximumExponent) {
+        auto low = static_cast<std::uint64_t>(mantissa);
+        if (low == 0) return Decimal();
+        while (exponent < maximumExponent && low % 10 == 0) {
+            low /= 10;
+            ++exponent;
+        }
+        Decimal out;
+        out.mantissa_ = low;
+        out.exponent_ = static_cast<std::int16_t>(exponent);
+        out.negative_ = negative;
+        return out;
+    }
     // Most mantissas already fit in 38 digits: no rounding, so no 256-bit arithmetic.
     u128 m = mantissa < mantissaLimit ? mantissa : roundToMantissa(U256::from(mantissa), exponent);
     if (m == 0) return Decimal();
@@ -370,8 +384,9 @@ Decimal operator+(const Decimal& a, const Decimal& b) {
     int shift = high.exponent_ - low.exponent_;
     // Beyond 77 digits of alignment the smaller operand is below half a unit of the result's
     // last digit and cannot change it.
-    if (digitCount(high.mantissa_) + shift > 77) return high;
-    if (digitCount(high.mantissa_) + shift <= 38) {
+    int highDigits = shift == 0 ? 0 : digitCount(high.mantissa_);
+    if (highDigits + shift > 77) return high;
+    if (highDigits + shift <= 38) {
         // Aligned operands below 10^38 each: their sum still fits in 128 bits.
         u128 left = high.mantissa_ * powersOfTen[shift], right = low.mantissa_;
         if (high.negative_ == low.negative_) return Decimal::fromParts(left + right, low.exponent_, high.negative_);
@@ -455,10 +470,13 @@ std::optional<std::int64_t> parseInteger(std::string_view text) {
     }
     if (text.empty()) return std::nullopt;
     std::uint64_t magnitude = 0;
+    // Nineteen digits always fit in 64 bits; only longer texts are checked for overflow.
+    bool checked = text.size() > 19;
     for (char c : text) {
         auto digit = static_cast<unsigned char>(c - '0');
         if (digit > 9) return std::nullopt;
-        if (__builtin_mul_overflow(magnitude, 10u, &magnitude) || __builtin_add_overflow(magnitude, digit, &magnitude))
+        if (!checked) magnitude = magnitude * 10 + digit;
+        else if (__builtin_mul_overflow(magnitude, 10u, &magnitude) || __builtin_add_overflow(magnitude, digit, &magnitude))
             return std::nullopt;
     }
     constexpr std::uint64_t maximum = std::numeric_limits<std::int64_t>::max();

@@ -350,10 +350,8 @@ Value urlDecode(const Value& input, Filter::Arguments) {
 Value urlEncode(const Value& input, Filter::Arguments) {
     return mapText(input, [](std::string_view text) {
         static constexpr char hex[] = "0123456789ABCDEF";
-        // Sized first, then written in place: an escaped byte takes three.
-        std::size_t escaped = 0;
-        for (unsigned char c : text) escaped += !unreservedInURL[c];
-        std::string out(text.size() + 2 * escaped, '\0');
+        // Written in place into room for every byte escaped (three bytes each), then cut.
+        std::string out(text.size() * 3, '\0');
         char* to = out.data();
         for (unsigned char c : text) {
             if (unreservedInURL[c]) {
@@ -365,6 +363,9 @@ Value urlEncode(const Value& input, Filter::Arguments) {
                 to += 3;
             }
         }
+        out.resize(static_cast<std::size_t>(to - out.data()));
+        // A long text gives its unused room back rather than holding up to twice its size spare.
+        if (text.size() > 4096) out.shrink_to_fit();
         return out;
     });
 }

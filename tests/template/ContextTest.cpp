@@ -105,9 +105,12 @@ TEST(Context, ResolvesOperands) {
         {"user.missing", "(absent)"}, {"unknown", "(absent)"},
         {"3px", "decimal:3"},  // the decimal parse takes a prefix
         {"", "(absent)"}, {".5", "decimal:0.5"}, {"x(1..2)", "range:1..2"}, {"'(1..2)'", "range:1..2"},
+        // A range anywhere in a path wins, whether or not the path's first names are found.
+        {"unknown.x(1..2)", "range:1..2"}, {"user.age(1..2)", "range:1..2"}, {"name.x", "(absent)"},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(show(context->resolveOperand(text)), expected) << text;
     EXPECT_EQ(show(context->resolveOperand("name", true)), "(absent)");
+    EXPECT_EQ(show(context->resolveOperand("true", true)), "bool:true");
     EXPECT_THROW(context->resolveOperand("(5..1)"), TemplateFatalError);
 
     // Where a variable's name looks like a literal, the forms keep their order: booleans, strings

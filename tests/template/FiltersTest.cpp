@@ -109,6 +109,11 @@ TEST(Filters, Strings) {
         {str("100%"), "url_decode", nil}, {str("%FF"), "url_decode", nil},
         {str("a b/c?d"), "url_encode", str("a+b/c?d")}, {str("é&=-._~"), "url_encode", str("%C3%A9%26%3D-._~")},
         {str("+%\t\x7F AZaz09"), "url_encode", str("+%25%09%7F+AZaz09")}, {str(""), "url_encode", str("")},
+        {str(std::string(5000, '\xFF')), "url_encode", str([] {
+             std::string escaped;
+             for (int i = 0; i < 5000; ++i) escaped += "%FF";
+             return escaped;
+         }())},
         {str("abcdefgh"), "truncate: 5, 0", str("abcd0")}, {str("abcdefgh"), "truncate: 5, list", str("abcb2")},
     });
 }

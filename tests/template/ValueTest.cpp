@@ -151,6 +151,26 @@ TEST(Value, IntegersParseExactlyWithin64Bits) {
     for (const auto& [text, expected] : cases) EXPECT_EQ(parseInteger(text), expected) << text;
 }
 
+TEST(Unicode, WhiteSpaceIsFoundAtEveryPosition) {
+    // Each marker at each position of texts around the eight-byte steps; printable neighbours,
+    // DEL and a non-breaking space's lead byte alone are no white space.
+    const std::pair<std::string_view, bool> markers[] = {{" ", true},      {"\t", true},   {"\n", true},
+                                                        {"\xC2\xA0", true}, {"!", false},  {"~", false},
+                                                        {"\x7F", false},  {"\xC2", false}, {"\xCC\x81", false}};
+    for (std::size_t size = 0; size <= 20; ++size) {
+        EXPECT_EQ(unicode::findWhitespaceOrNewline(std::string(size, 'a')), size);
+        for (std::size_t at = 0; at < size; ++at) {
+            for (auto [marker, blank] : markers) {
+                std::string text = std::string(at, 'a') + std::string(marker) + std::string(size - at, 'b');
+                EXPECT_EQ(unicode::findWhitespaceOrNewline(text), blank ? at : text.size()) << size << " " << at;
+                if (marker != " ") {
+                    EXPECT_EQ(unicode::withoutOuterBlanks(" " + text + "  "), text);
+                }
+            }
+        }
+    }
+}
+
 TEST(Unicode, TheASCIITestSeesEveryByte) {
     for (std::size_t size = 0; size <= 24; ++size) {
         std::string text(size, 'a');
