@@ -181,9 +181,17 @@ private:
     // The search of a small dictionary: lengths and first bytes before whole keys.
     const Value* findSmall(std::string_view key) const {
         for (const auto& [name, value] : entries_)
-            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && std::string_view(name) == key)))
+            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && sameTail(name, key))))
                 return &value;
         return nullptr;
+    }
+    // Whether two texts of one length, equal in their first byte, are equal: keys are mostly
+    // short, and for them a loop here beats a call to memcmp.
+    static bool sameTail(std::string_view a, std::string_view b) {
+        if (a.size() > 16) return a == b;
+        for (std::size_t i = 1; i < a.size(); ++i)
+            if (a[i] != b[i]) return false;
+        return true;
     }
     // Up to this many entries, comparing lengths first beats a binary search of comparisons.
     static constexpr std::size_t smallSize = 16;
