@@ -47,7 +47,7 @@ Parser::Scope::Scope(std::unique_ptr<Tag> tag, Scope* parent, std::size_t output
     // Nothing inside a hidden or halted block shows, whatever its own tag decides.
     if (parent->outputState_ != OutputState::enabled) outputState_ = parent->outputState_;
     evaluationContext_ = parent->evaluationContext_;
-    enclosingLoop_ = parent->tag_ && parent->tag_->iterationTag() ? parent : parent->enclosingLoop_;
+    enclosingLoop_ = parent->isLoop_ ? parent : parent->enclosingLoop_;
 }
 
 Parser::Scope::~Scope() = default;
@@ -410,26 +410,29 @@ Parser::CompiledTag Parser::compileTag(std::size_t tokenIndex) {
     std::string_view text = tokens_[tokenIndex].value;
     chargeWork(text.size());
     // Only tags inside a loop are visited again; the others are looked up once without keeping it.
-    bool inLoop = current_->enclosingLoop_ || (current_->tag_ && current_->tag_->iterationTag());
+    bool inLoop = current_->enclosingLoop_ || current_->isLoop_;
     if (inLoop && tagLookups_.empty()) tagLookups_.resize(tokens_.size());
-    TagLookup local;
-    TagLookup& lookup = inLoop ? tagLookups_[tokenIndex] : local;
-    if (!lookup.done) {
-        lookup.done = true;
-        lookup.statement = unicode::trimWhitespaceAndNewlines(text);
-        lookup.keyword = lookup.statement.substr(0, unicode::findWhitespaceOrNewline(lookup.statement));
+    TagLookup* kept = inLoop ? &tagLookups_[tokenIndex] : nullptr;
+    std::string_view statement, keyword;
+    const std::vector<TagClass>* classes = nullptr;
+    if (kept && kept->done) {
+        statement = kept->statement;
+        keyword = kept->keyword;
+        classes = kept->classes;
+    } else {
+        statement = unicode::trimWhitespaceAndNewlines(text);
+        keyword = statement.substr(0, unicode::findWhitespaceOrNewline(statement));
         if (builtinTags_) {
-            if (auto* found = builtinTagIndex().find(lookup.keyword)) lookup.classes = *found;
-        } else if (auto found = tags_->find(lookup.keyword); found != tags_->end()) {
-            lookup.classes = &found->second;
+            if (auto* found = builtinTagIndex().find(keyword)) classes = *found;
+        } else if (auto found = tags_->find(keyword); found != tags_->end()) {
+            classes = &found->second;
         }
+        if (kept) *kept = {true, statement, keyword, classes, nullptr};
     }
-    std::string_view statement = lookup.statement, keyword = lookup.keyword;
     if (statement.empty()) {
         report("Malformed tag: “" + std::string(text) + "”");
         return {};
     }
-    const std::vector<TagClass>* classes = lookup.classes;
     // A block that skips tags (a comment) ignores them, and unknown keywords, without a word.
     if (const Tag* scopeTag = current_->tag_.get(); scopeTag && scopeTag->tagKindsToSkip) {
         const auto& skipped = *scopeTag->tagKindsToSkip;
@@ -440,7 +443,7 @@ Parser::CompiledTag Parser::compileTag(std::size_t tokenIndex) {
         report("Unknown tag keyword: “" + std::string(keyword) + "”");
         return {};
     }
-    if (lookup.reusable) return {nullptr, lookup.reusable.get()};
+    if (kept && kept->reusable) return {nullptr, kept->reusable.get()};
     // The body as Tag::statementBody cuts it: the keyword is the statement's first word.
     compilingStatement_ = statement;
     compilingBody_ = unicode::trimWhitespaceAndNewlines(statement.substr(keyword.size()));
@@ -456,9 +459,9 @@ Parser::CompiledTag Parser::compileTag(std::size_t tokenIndex) {
             compilingStatement_ = {};
             // Kept for the next pass when the class compiles the statement the same way each
             // time and no other class was tried before it.
-            if (inLoop && tagClass.reusable && &tagClass == &classes->front() && !tag->definesScope()) {
-                lookup.reusable = std::move(tag);
-                return {nullptr, lookup.reusable.get()};
+            if (kept && tagClass.reusable && &tagClass == &classes->front() && !tag->definesScope()) {
+                kept->reusable = std::move(tag);
+                return {nullptr, kept->reusable.get()};
             }
             Tag* compiled = tag.get();
             return {std::move(tag), compiled};
@@ -482,6 +485,7 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     auto owned = std::make_unique<Scope>(std::move(tag), current_, output_.size(), pieceEnds_.size());
     Scope& scope = *owned;
     scope.tagTokenIndex = tokenIndex;
+    scope.isLoop_ = scope.tag_->iterationTag() != nullptr;
     if (auto* loop = scope.tag_->iterationTag()) {
         auto first = loop->iterationContext();
         if (first) chargeWork(passSize(*loop, *first));

@@ -287,6 +287,8 @@ private:
     Scope* parent_ = nullptr;
     Scope* enclosingLoop_ = nullptr;
     Scope* openChild_ = nullptr;
+    // Whether the scope's tag is a loop.
+    bool isLoop_ = false;
     // Where the scope's output begins in the parser's output and in its list of pieces.
     std::size_t outputStart_ = 0;
     std::size_t pieceStart_ = 0;
