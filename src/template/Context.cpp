@@ -81,6 +81,24 @@ std::optional<RangeLiteral> firstRangeLiteral(std::string_view text) {
     }
 }
 
+// The common range literal, a whole operand "(digits..digits)" with up to 18 digits a side: the
+// bounds that firstRangeLiteral and resolving its sides would give, read directly.
+std::optional<Range> plainRangeLiteral(std::string_view operand) {
+    if (operand.size() < 6 || operand.front() != '(' || operand.back() != ')') return std::nullopt;
+    std::size_t i = 1, end = operand.size() - 1;
+    auto digits = [&](std::int64_t& value) {
+        std::size_t start = i;
+        value = 0;
+        while (i < end && operand[i] >= '0' && operand[i] <= '9' && i - start < 18) value = value * 10 + (operand[i++] - '0');
+        return i > start;
+    };
+    Range range;
+    if (!digits(range.lower) || operand.substr(i, 2) != "..") return std::nullopt;
+    i += 2;
+    if (!digits(range.upper) || i != end) return std::nullopt;
+    return range;
+}
+
 // A quoted literal loses every quote character at either end (quotes are not paired). A quote
 // counts only as a whole character (not followed by a combining mark).
 std::optional<std::string_view> quotedLiteral(std::string_view operand) {
@@ -283,6 +301,11 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
     // trimming never removes.
     if (!operand.empty() && std::memchr(operand.data(), '(', operand.size()) &&
         text.find("..") != std::string_view::npos) {
+        if (auto range = plainRangeLiteral(operand)) {
+            if (range->lower > range->upper)
+                throw TemplateFatalError("Range literal “" + std::string(operand) + "” has its lower bound above its upper bound");
+            return made(Value::range(range->lower, range->upper));
+        }
         if (auto range = firstRangeLiteral(text)) {
             auto bound = [this](std::string_view side) -> std::optional<std::int64_t> {
                 auto value = resolveOperand(side);

@@ -94,7 +94,8 @@ TEST(Context, ResolvesOperands) {
                                 {"half", decimal("2.5")}});
     const std::pair<const char*, const char*> cases[] = {
         {"true", "bool:true"}, {" false\n", "bool:false"}, {"(1..3)", "range:1..3"}, {"(a..b)", "range:2..5"},
-        {"( 1 .. 3 )", "range:1..3"},
+        {"( 1 .. 3 )", "range:1..3"}, {"(007..10)", "range:7..10"}, {"(1...3)", "(absent)"},
+        {"(1234567890123456789..1234567890123456790)", "range:1234567890123456789..1234567890123456790"},
         {"(half..b)", "range:2..5"},  // a decimal bound truncates
         {"(x..3)", "(absent)"},       // a bound without an integer: not a range, and nothing else fits
         {"\"quoted\"", "string:quoted"}, {"'single'", "string:single"}, {"''", "string:"},
