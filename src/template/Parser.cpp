@@ -485,8 +485,9 @@ Parser::Scope& Parser::openScope(std::unique_ptr<Tag> tag, std::size_t tokenInde
     auto owned = std::make_unique<Scope>(std::move(tag), current_, output_.size(), pieceEnds_.size());
     Scope& scope = *owned;
     scope.tagTokenIndex = tokenIndex;
-    scope.isLoop_ = scope.tag_->iterationTag() != nullptr;
-    if (auto* loop = scope.tag_->iterationTag()) {
+    auto* loop = scope.tag_->iterationTag();
+    scope.isLoop_ = loop != nullptr;
+    if (loop) {
         auto first = loop->iterationContext();
         if (first) chargeWork(passSize(*loop, *first));
         scope.setContext(std::move(first));

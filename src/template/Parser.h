@@ -89,9 +89,10 @@ public:
 
     // Walks the tokens (once; later calls return the same) and returns the output strings in
     // order, for the caller to join with no separator: one per text, statement and tag output,
-    // and one for all the passes of a loop. After parseJoined walked, the output is one string. Expression errors go to parseErrors(), tag
-    // and structure problems to the engine log; neither stops the walk. Throws
-    // TemplateFatalError for template input that cannot be rendered at all.
+    // and one for all the passes of a loop (after parseJoined walked, the whole output is one).
+    // Expression errors go to parseErrors(), tag and structure problems to the engine log;
+    // neither stops the walk. Throws TemplateFatalError for template input that cannot be
+    // rendered at all.
     std::vector<std::string> parse();
     // The same walk, with the output joined into one string.
     std::string parseJoined();

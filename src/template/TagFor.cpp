@@ -281,7 +281,7 @@ std::shared_ptr<Context> TagFor::makePass() {
         std::shared_ptr<SupplementalContext>& reusable = *free;
         Value::Dictionary& variables = reusable->variables;
         if (hasItem) variables.valueAt(itemFirst ? 0 : 1) = std::move(item);
-        Value& forloop = variables.valueAt(itemFirst ? 1 : 0);
+        Value& forloop = variables.valueAt(forloopPosition(hasItem, itemFirst));
         // A template may have kept the previous forloop ("assign f = forloop"): then a new one.
         if (Value::Dictionary* entries = forloop.uniqueDictionary()) {
             setForloop(*entries);
