@@ -182,25 +182,12 @@ std::vector<std::size_t> characterBoundaries(std::string_view text) {
 }
 
 bool isSingleByteText(std::string_view text) {
-    // Eight bytes at a time, as unicode::isASCII reads them: a byte with its high bit set, or one that equals CR (found as a zero
-    // byte of the word XOR CRs, whose subtraction borrows into its high bit), stops the fast path.
+    // A byte with its high bit set, or one that equals CR (a zero byte of the word XOR CRs, whose
+    // subtraction borrows into its high bit), fails.
     constexpr std::uint64_t ones = 0x0101010101010101ull, highBits = 0x8080808080808080ull, carriageReturns = ones * '\r';
-    const char* data = text.data();
-    std::size_t size = text.size();
-    auto plain = [&](std::size_t at) {
-        std::uint64_t word;
-        std::memcpy(&word, data + at, sizeof word);
-        return ((word | ((word ^ carriageReturns) - ones)) & highBits) == 0;
-    };
-    if (size < 8) {
-        for (std::size_t i = 0; i < size; ++i)
-            if (static_cast<unsigned char>(data[i]) >= 0x80 || data[i] == '\r') return false;
-        return true;
-    }
-    // The last eight bytes overlap the words before them.
-    for (std::size_t i = 0; i + 8 < size; i += 8)
-        if (!plain(i)) return false;
-    return plain(size - 8);
+    return unicode::everyByte(
+        text, [](std::uint64_t word) { return ((word | ((word ^ carriageReturns) - ones)) & highBits) == 0; },
+        [](unsigned char byte) { return byte < 0x80 && byte != '\r'; });
 }
 
 std::size_t characterCount(std::string_view text) {

@@ -24,24 +24,32 @@ char32_t decode(std::string_view text, std::size_t position, std::size_t& length
 // The code point that ends just before text[position] (position > 0), and its length in bytes.
 char32_t decodeBefore(std::string_view text, std::size_t position, std::size_t& length);
 
-inline bool isASCII(std::string_view text) {
-    // Eight bytes at a time; a text of eight or more ends with an overlapping last eight.
-    constexpr std::uint64_t highBits = 0x8080808080808080ull;
+// Whether every byte of the text passes a test, eight bytes at a time: `wordPasses` takes eight
+// bytes as a 64-bit word, `bytePasses` one byte of a text shorter than eight. A text of eight or
+// more ends with an overlapping last eight.
+template <class WordTest, class ByteTest>
+bool everyByte(std::string_view text, WordTest wordPasses, ByteTest bytePasses) {
     const char* data = text.data();
     std::size_t size = text.size();
-    auto load = [data](std::size_t at) {
-        std::uint64_t word;
-        std::memcpy(&word, data + at, sizeof word);
-        return word;
+    auto word = [data](std::size_t at) {
+        std::uint64_t loaded;
+        std::memcpy(&loaded, data + at, sizeof loaded);
+        return loaded;
     };
     if (size < 8) {
         for (std::size_t i = 0; i < size; ++i)
-            if (static_cast<unsigned char>(data[i]) >= 0x80) return false;
+            if (!bytePasses(static_cast<unsigned char>(data[i]))) return false;
         return true;
     }
     for (std::size_t i = 0; i + 8 < size; i += 8)
-        if (load(i) & highBits) return false;
-    return (load(size - 8) & highBits) == 0;
+        if (!wordPasses(word(i))) return false;
+    return wordPasses(word(size - 8));
+}
+
+inline bool isASCII(std::string_view text) {
+    return everyByte(
+        text, [](std::uint64_t word) { return (word & 0x8080808080808080ull) == 0; },
+        [](unsigned char byte) { return byte < 0x80; });
 }
 
 // \w: alphabetic, marks, decimal digits, connector punctuation, ZWNJ and ZWJ.
