@@ -1,6 +1,7 @@
 // The two evaluations of expressions: logical expressions of comparisons, and filter chains.
 
 #include <algorithm>
+#include <cstring>
 
 #include "template/Log.h"
 #include "template/Parser.h"
@@ -107,17 +108,26 @@ const Value& Parser::filteredValue(std::string_view statement, Context* context,
 }
 
 const Value& Parser::filterChainValue(std::string_view statement, Context& scope, Value& storage) {
-    // The chain's pieces are the non-empty texts between bars; with fewer than two the whole
-    // statement is a logical expression.
-    std::size_t bar = statement.find('|');
-    if (bar == std::string_view::npos) return expressionValue(statement, scope, storage);
-    SmallVector<std::string_view, 4> pieces;
-    split(statement, '|', pieces);
-    if (pieces.size() < 2) return expressionValue(statement, scope, storage);
+    // The chain's pieces are the non-empty texts between bars, found one after the other; with
+    // fewer than two the whole statement is a logical expression.
+    const char* cursor = statement.data();
+    const char* const end = cursor + statement.size();
+    auto nextPiece = [&cursor, end](std::string_view& piece) {
+        while (cursor != end) {
+            auto* bar = static_cast<const char*>(std::memchr(cursor, '|', static_cast<std::size_t>(end - cursor)));
+            const char* stop = bar ? bar : end;
+            piece = std::string_view(cursor, static_cast<std::size_t>(stop - cursor));
+            cursor = bar ? bar + 1 : end;
+            if (!piece.empty()) return true;
+        }
+        return false;
+    };
+    std::string_view input, piece;
+    if (!std::memchr(cursor, '|', statement.size()) || !nextPiece(input) || !nextPiece(piece))
+        return expressionValue(statement, scope, storage);
     // The input of each filter: a variable's value in place, then each filter's result.
-    const Value* value = &expressionValue(pieces[0], scope, storage);
-    for (std::size_t i = 1; i < pieces.size(); ++i) {
-        std::string_view piece = pieces[i];
+    const Value* value = &expressionValue(input, scope, storage);
+    do {
         // The filter's name and its argument list are the non-empty texts around a colon.
         std::string_view name, argumentList;
         std::size_t partCount = 0;
@@ -135,15 +145,15 @@ const Value& Parser::filterChainValue(std::string_view statement, Context& scope
             return *value;
         }
         name = unicode::trimWhitespaceAndNewlines(name);
+        // Each argument is resolved into its place: a literal is made there, a variable copied.
         SmallVector<Value, 4> arguments;
         for (std::size_t start = 0; start < argumentList.size();) {
             std::size_t end = std::min(argumentList.find(',', start), argumentList.size());
             if (end > start) {
-                Value literal;
-                const Value* argument = scope.resolveOperand(argumentList.substr(start, end - start), literal);
-                if (!argument) arguments.push_back(Value::nil());
-                else if (argument == &literal) arguments.push_back(std::move(literal));
-                else arguments.push_back(*argument);
+                Value& slot = arguments.emplace_back();
+                const Value* argument = scope.resolveOperand(argumentList.substr(start, end - start), slot);
+                if (!argument) slot = Value::nil();
+                else if (argument != &slot) slot = *argument;
             }
             start = end + 1;
         }
@@ -160,7 +170,7 @@ const Value& Parser::filterChainValue(std::string_view statement, Context& scope
         storage = filter->lambda(*value, arguments);
         value = &storage;
         chargeValue(storage);
-    }
+    } while (nextPiece(piece));
     return *value;
 }
 

@@ -33,6 +33,17 @@ public:
         }
         ++size_;
     }
+    // Appends an element made from `arguments` in place and returns it.
+    template <class... Arguments>
+    T& emplace_back(Arguments&&... arguments) {
+        if (size_ < N) {
+            T* made = new (inlineData() + size_) T(std::forward<Arguments>(arguments)...);
+            ++size_;
+            return *made;
+        }
+        push_back(T(std::forward<Arguments>(arguments)...));
+        return spill_.back();
+    }
     std::size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
     T* data() { return size_ <= N ? inlineData() : spill_.data(); }
