@@ -194,16 +194,28 @@ const Operator* Parser::findOperator(std::string_view identifier) const {
     return nullptr;
 }
 
-std::uint64_t Parser::loopPosition(std::string_view key) const {
+bool Parser::LoopKeyOrder::operator()(const LoopKey& a, const LoopKey& b) const {
+    // The texts are compared piece by piece, as if each were joined into one string.
+    const std::string_view aParts[] = {a.variable, "-", a.collection}, bParts[] = {b.variable, "-", b.collection};
+    std::size_t i = 0, j = 0;
+    std::string_view x = aParts[0], y = bParts[0];
+    while (true) {
+        while (x.empty() && i < 2) x = aParts[++i];
+        while (y.empty() && j < 2) y = bParts[++j];
+        if (x.empty() || y.empty()) return x.empty() && !y.empty();
+        std::size_t common = std::min(x.size(), y.size());
+        if (int order = x.substr(0, common).compare(y.substr(0, common))) return order < 0;
+        x.remove_prefix(common);
+        y.remove_prefix(common);
+    }
+}
+
+std::uint64_t Parser::loopPosition(const LoopKey& key) const {
     auto found = loopPositions_.find(key);
     return found == loopPositions_.end() ? 0 : found->second;
 }
 
-void Parser::setLoopPosition(std::string_view key, std::uint64_t position) {
-    auto found = loopPositions_.find(key);
-    if (found != loopPositions_.end()) found->second = position;
-    else loopPositions_.emplace(key, position);
-}
+void Parser::setLoopPosition(const LoopKey& key, std::uint64_t position) { loopPositions_[key] = position; }
 
 void Parser::workLimitExceeded() { throw TemplateFatalError("Template rendering exceeded its work limit"); }
 

@@ -156,10 +156,16 @@ public:
     }
     static std::size_t variablesSize(const Token::Value::Dictionary& variables, std::size_t limit = maximumValueSize);
 
-    // Where the rendering's last loop with that "variable-collection" key stopped (the index of
-    // the next element), for "offset: continue"; 0 before any such loop.
-    std::uint64_t loopPosition(std::string_view key) const;
-    void setLoopPosition(std::string_view key, std::uint64_t position);
+    // A loop is known by the text "variable-collection" (its variable and its collection as
+    // written); the key keeps the two parts as views into the template.
+    struct LoopKey {
+        std::string_view variable;
+        std::string_view collection;
+    };
+    // Where the rendering's last loop with that key stopped (the index of the next element), for
+    // "offset: continue"; 0 before any such loop.
+    std::uint64_t loopPosition(const LoopKey& key) const;
+    void setLoopPosition(const LoopKey& key, std::uint64_t position);
 
     // Tag::statementBody of the statement, which the parser has worked out already for the tag
     // it is compiling.
@@ -222,7 +228,11 @@ private:
     // Room for a notification's text from the start, so that most renderings never grow it.
     static constexpr std::size_t expectedOutputSize = 256;
     std::vector<std::size_t, RecyclingAllocator<std::size_t>> pieceEnds_;
-    std::map<std::string, std::uint64_t, std::less<>, RecyclingAllocator<std::pair<const std::string, std::uint64_t>>>
+    // Orders loop keys as their texts "variable-collection" order.
+    struct LoopKeyOrder {
+        bool operator()(const LoopKey& a, const LoopKey& b) const;
+    };
+    std::map<LoopKey, std::uint64_t, LoopKeyOrder, RecyclingAllocator<std::pair<const LoopKey, std::uint64_t>>>
         loopPositions_;
     // What compileTag found for a tag token, kept for the loop passes that visit it again.
     struct TagLookup {

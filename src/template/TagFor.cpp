@@ -168,23 +168,23 @@ std::optional<Tag::Errors> TagFor::parse(std::string_view statement, Parser& par
     iteree_ = unicode::canonicalForm(*compiledExpression.find("iteree")->asString());
     itemFirst_ = iteree_ < forloopName;
     hasItem_ = iteree_ != forloopName;
-    // A loop is known by its variable and its collection as written: "item-order.items".
-    std::string key;
-    if (remembersPosition()) {
-        key = *compiledExpression.find("iteree")->asString();
-        key += '-';
-        key += unicode::trimWhitespaceAndNewlines(iterandText_);
-    }
+    // A loop is known by its variable and its collection as written: "item-order.items". The
+    // variable is the body's first word, as the grammar took it.
+    Parser::LoopKey key{body.substr(0, unicode::findWhitespaceOrNewline(body)),
+                        unicode::trimWhitespaceAndNewlines(iterandText_)};
     bool hasParameters = parametersStart < body.size();
-    std::uint64_t offset = continues ? parser.loopPosition(key) : hasParameters ? clampedCount(parameter(offsetName)) : 0;
+    // A loop that keeps no position (tablerow) continues from the start.
+    std::uint64_t offset = continues ? (remembersPosition() ? parser.loopPosition(key) : 0)
+                           : hasParameters ? clampedCount(parameter(offsetName))
+                                           : 0;
     start_ = std::min(total, offset);
     count_ = total - start_;
     if (hasParameters)
         if (auto limit = parameter("limit")) count_ = std::min(count_, clampedCount(limit));
     // Only a loop that runs moves the position; one in a block that shows nothing leaves it.
     if (remembersPosition() && currentScope.outputState() == OutputState::enabled) {
-        positionKey_ = std::move(key);
-        parser.setLoopPosition(positionKey_, start_ + count_);
+        positionKey_ = key;
+        parser.setLoopPosition(key, start_ + count_);
     }
     return std::nullopt;
 }
@@ -198,7 +198,7 @@ void TagFor::stop(Parser& parser) {
     stopped_ = true;
     // A loop left by break resumes after the pass that broke it. Reversed, it walked its slice
     // from the end, so the slice counts as used up, as a loop that was not broken.
-    if (!positionKey_.empty() && !reversed_) parser.setLoopPosition(positionKey_, start_ + iterated_);
+    if (positionKey_ && !reversed_) parser.setLoopPosition(*positionKey_, start_ + iterated_);
 }
 
 std::optional<std::int64_t> TagFor::parameter(std::string_view name) const {

@@ -81,8 +81,8 @@ private:
     std::uint64_t passVariablesSize_ = 0;
     // The contexts that the passes are given, refilled when free (see makePass).
     std::shared_ptr<SupplementalContext> passContexts_[2];
-    // "variable-collection" while the loop records its position, else empty.
-    std::string positionKey_;
+    // The loop's key while it records its position.
+    std::optional<Parser::LoopKey> positionKey_;
 };
 
 // "break" and "continue": compile like any tag, then halt the innermost loop's pass (see

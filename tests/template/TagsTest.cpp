@@ -123,6 +123,11 @@ TEST(Tags, OffsetContinueResumesWhereTheLastLoopStopped) {
         {"{% for i in list limit:2 %}{% endfor %}{% for j in list offset:continue %}{{ j }}{% endfor %}", "123"},
         {"{% for i in pair limit:1 %}{% endfor %}{% for i in list offset:continue %}{{ i }}{% endfor %}", "123"},
         {"{% for i in (1..3) limit:1 %}{% endfor %}{% for i in (1..3)  offset:continue %}{{ i }}{% endfor %}", "23"},
+        // ... that is, by the text "variable-collection", however it divides.
+        {"{% for x-y in (1..3) limit:1 %}{% endfor %}{% for x in y-(1..3) offset:continue %}{{ x }}{% endfor %}", "23"},
+        {"{% for x in (1..3) limit:1 %}{% endfor %}{% for x in (1..3)z offset:continue %}{{ x }}{% endfor %}|"
+         "{% for x in (1..3)z limit:2 %}{% endfor %}{% for x in (1..3) offset:continue %}{{ x }}{% endfor %}",
+         "123|23"},
         {"{% assign l = list %}{% for i in l limit:2 %}{% endfor %}{% assign l = pair %}"
          "{% for i in l offset:continue %}{{ i }}{% else %}none{% endfor %}",
          "none"},
