@@ -86,11 +86,14 @@ Value Parser::evaluateComparisons(std::span<const std::string_view> components, 
         // Comparisons read both sides whole.
         chargeWork(valueSize(*leftValue, maximumWorkBytes) + valueSize(*rightValue, maximumWorkBytes));
         Value result = op->lambda(*leftValue, *rightValue);
-        if (!accumulated) accumulated = std::move(result);
-        else if (word == "and") accumulated = Value::boolean(accumulated->isTruthy() && result.isTruthy());
+        remaining = right - 2;
+        if (!accumulated) {
+            // A lone comparison, the common case, is the answer as it is.
+            if (remaining == 0) return result;
+            accumulated = std::move(result);
+        } else if (word == "and") accumulated = Value::boolean(accumulated->isTruthy() && result.isTruthy());
         else if (word == "or") accumulated = Value::boolean(accumulated->isTruthy() || result.isTruthy());
         else return fail("Unknown logical operator " + quoted(word) + ".");
-        remaining = right - 2;
         if (remaining == 0) return std::move(*accumulated);
     }
 }
