@@ -115,19 +115,24 @@ const Value& Parser::filterChainValue(std::string_view statement, Context& scope
     // fewer than two the whole statement is a logical expression.
     const char* cursor = statement.data();
     const char* const end = cursor + statement.size();
-    auto nextPiece = [&cursor, end](std::string_view& piece) {
+    auto findBar = [end](const char* from) {
+        return static_cast<const char*>(std::memchr(from, '|', static_cast<std::size_t>(end - from)));
+    };
+    // The first bar at or after the cursor, or null.
+    const char* bar = statement.empty() ? nullptr : findBar(cursor);
+    if (!bar) return expressionValue(statement, scope, storage);
+    auto nextPiece = [&](std::string_view& piece) {
         while (cursor != end) {
-            auto* bar = static_cast<const char*>(std::memchr(cursor, '|', static_cast<std::size_t>(end - cursor)));
             const char* stop = bar ? bar : end;
             piece = std::string_view(cursor, static_cast<std::size_t>(stop - cursor));
             cursor = bar ? bar + 1 : end;
+            bar = bar && cursor != end ? findBar(cursor) : nullptr;
             if (!piece.empty()) return true;
         }
         return false;
     };
     std::string_view input, piece;
-    if (!std::memchr(cursor, '|', statement.size()) || !nextPiece(input) || !nextPiece(piece))
-        return expressionValue(statement, scope, storage);
+    if (!nextPiece(input) || !nextPiece(piece)) return expressionValue(statement, scope, storage);
     // The input of each filter: a variable's value in place, then each filter's result.
     const Value* value = &expressionValue(input, scope, storage);
     do {
