@@ -216,12 +216,12 @@ std::shared_ptr<Context> TagFor::iterationContext() { return count_ > 0 ? makePa
 
 std::shared_ptr<Context> TagFor::nextIterationContext() { return hasNextPass() ? makePass() : nullptr; }
 
-Value TagFor::itemAt(std::uint64_t pass) const {
+void TagFor::assignItem(std::uint64_t pass, Value& item) const {
     std::uint64_t index = start_ + (reversed_ ? count_ - 1 - pass : pass);
-    if (auto* array = iterand_.asArray()) return (*array)[static_cast<std::size_t>(index)];
-    if (auto* range = iterand_.asRange())
-        return Value::integer(static_cast<std::int64_t>(static_cast<std::uint64_t>(range->lower) + index));
-    return Value::nil();
+    if (auto* array = iterand_.asArray()) item = (*array)[static_cast<std::size_t>(index)];
+    else if (auto* range = iterand_.asRange())
+        item.setInteger(static_cast<std::int64_t>(static_cast<std::uint64_t>(range->lower) + index));
+    else item = Value::nil();
 }
 
 
@@ -241,10 +241,11 @@ std::shared_ptr<Context> TagFor::makePass() {
     // The loop variable and forloop, in key order; a loop variable named forloop is hidden by it.
     // Counted as Parser::variablesSize counts them, which stops once past the value size limit.
     bool itemFirst = itemFirst_, hasItem = hasItem_;
-    Value item = hasItem ? itemAt(pass) : Value();
-    std::uint64_t forloopEntrySize = Parser::elementOverhead + forloopName.size() + forloopSize;
-    std::uint64_t itemEntrySize = hasItem ? Parser::elementOverhead + iteree_.size() + Parser::valueSize(item) : 0;
-    passVariablesSize_ = itemEntrySize + (itemFirst && itemEntrySize > Parser::maximumValueSize ? 0 : forloopEntrySize);
+    auto countVariables = [&](const Value& item) {
+        std::uint64_t forloopEntrySize = Parser::elementOverhead + forloopName.size() + forloopSize;
+        std::uint64_t itemEntrySize = hasItem ? Parser::elementOverhead + iteree_.size() + Parser::valueSize(item) : 0;
+        passVariablesSize_ = itemEntrySize + (itemFirst && itemEntrySize > Parser::maximumValueSize ? 0 : forloopEntrySize);
+    };
 
     // A pass's context that nothing holds any more is refilled instead of made anew. The walk lets
     // go of a finished pass's context before it asks for the next (see Parser::processTag), so
@@ -280,7 +281,14 @@ std::shared_ptr<Context> TagFor::makePass() {
     if (free) {
         std::shared_ptr<SupplementalContext>& reusable = *free;
         Value::Dictionary& variables = reusable->variables;
-        if (hasItem) variables.valueAt(itemFirst ? 0 : 1) = std::move(item);
+        // The item is copied into its place, where a string reuses the previous item's room.
+        if (hasItem) {
+            Value& item = variables.valueAt(itemFirst ? 0 : 1);
+            assignItem(pass, item);
+            countVariables(item);
+        } else {
+            countVariables(Value());
+        }
         Value& forloop = variables.valueAt(forloopPosition(hasItem, itemFirst));
         // A template may have kept the previous forloop ("assign f = forloop"): then a new one.
         if (Value::Dictionary* entries = forloop.uniqueDictionary()) {
@@ -290,6 +298,9 @@ std::shared_ptr<Context> TagFor::makePass() {
         }
         return reusable;
     }
+    Value item;
+    if (hasItem) assignItem(pass, item);
+    countVariables(item);
     Value forloop = makeForloop();
     Value::Dictionary::Entries variableEntries;
     variableEntries.reserve(2);

@@ -64,7 +64,8 @@ protected:
 private:
     // The context of the next pass, counted.
     std::shared_ptr<Context> makePass();
-    Token::Value itemAt(std::uint64_t pass) const;
+    // Sets `item` to the element or number of the given pass.
+    void assignItem(std::uint64_t pass, Token::Value& item) const;
 
     Token::Value iterand_;
     std::uint64_t start_ = 0;  // the offset into the iterand
