@@ -46,7 +46,10 @@ std::string_view Tag::statementBody(std::string_view statement) {
 }
 
 std::optional<Tag::Errors> Tag::parse(std::string_view statement, Parser& parser, Parser::Scope&) {
-    return parseSegments(parser.tagStatementBody(statement), parser);
+    std::string_view body = parser.tagStatementBody(statement);
+    // An end tag's statement, the common case: nothing to match.
+    if (body.empty() && tagExpression().empty()) return std::nullopt;
+    return parseSegments(body, parser);
 }
 
 std::optional<Tag::Errors> Tag::parseSegments(std::string_view body, Parser& parser) {
