@@ -423,8 +423,12 @@ Parser::CompiledTag Parser::compileTag(std::size_t tokenIndex) {
     chargeWork(text.size());
     // Only tags inside a loop are visited again; the others are looked up once without keeping it.
     bool inLoop = current_->enclosingLoop_ || current_->isLoop_;
-    if (inLoop && tagLookups_.empty()) tagLookups_.resize(tokens_.size());
-    TagLookup* kept = inLoop ? &tagLookups_[tokenIndex] : nullptr;
+    // The first tag looked up in a loop comes before every later one: the lookups start there.
+    if (inLoop && tagLookups_.empty()) {
+        tagLookupsStart_ = tokenIndex;
+        tagLookups_.resize(tokens_.size() - tokenIndex);
+    }
+    TagLookup* kept = inLoop ? &tagLookups_[tokenIndex - tagLookupsStart_] : nullptr;
     std::string_view statement, keyword;
     const std::vector<TagClass>* classes = nullptr;
     if (kept && kept->done) {

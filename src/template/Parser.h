@@ -244,6 +244,8 @@ private:
         std::unique_ptr<Tag> reusable;
     };
     std::vector<TagLookup, RecyclingAllocator<TagLookup>> tagLookups_;
+    // The token index of tagLookups_'s first entry.
+    std::size_t tagLookupsStart_ = 0;
     // The statement of the tag being compiled, and its body.
     std::string_view compilingStatement_;
     std::string_view compilingBody_;
