@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "template/Context.h"
 #include "template/FilterLibrary.h"
@@ -250,9 +251,21 @@ Value split(const Value& input, Filter::Arguments arguments) {
     }
     // Most splits give a handful of pieces.
     pieces.reserve(4);
+    std::size_t start = 0;
+    if (separator->size() == 1 && text::isSingleByteText(*text)) {
+        // Every byte is a character of its own, so every match of the byte is on boundaries (a
+        // separator byte that is no ASCII is never found, as its canonical form would not be).
+        const char* data = text->data();
+        for (const void* match; (match = std::memchr(data + start, (*separator)[0], text->size() - start));) {
+            auto position = static_cast<std::size_t>(static_cast<const char*>(match) - data);
+            add(text->substr(start, position - start));
+            start = position + 1;
+        }
+        add(text->substr(start));
+        return Value::array(std::move(pieces));
+    }
     text::Searchable haystack(*text), needle(*separator);
     std::string_view searched = haystack.text();
-    std::size_t start = 0;
     for (std::size_t match; (match = haystack.find(needle, start)) != std::string::npos;
          start = match + needle.text().size())
         add(searched.substr(start, match - start));

@@ -89,6 +89,8 @@ TEST(Filters, Strings) {
         {str("hello"), "slice: -3, 2", str("ll")}, {str("hello"), "slice: 3, 10", str("lo")},
         {str("hello"), "slice: 10, 2", str("")},
         {str("a-b--c"), "split: '-'", arr({str("a"), str("b"), str(""), str("c")})},
+        {str("-a-"), "split: '-'", arr({str(""), str("a"), str("")})},
+        {str("a\r\nb\nc"), "split: '\n'", arr({str("a\r\nb"), str("c")})},  // no line feed inside CR LF
         // Numbers take part by their printed forms, as inputs and as arguments.
         {decimal("1.50"), "append: 2", str("1.52")}, {integer(12), "prepend: 3.0", str("312")},
         {integer(12034), "split: 0", arr({str("12"), str("34")})}, {integer(1212), "replace: 1, 3", str("3232")},
