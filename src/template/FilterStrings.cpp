@@ -298,15 +298,19 @@ Value truncate(const Value& input, Filter::Arguments arguments) {
     std::string printed, printedEllipsis;
     const std::string* text = input.asString();
     if (!text) text = &(printed = input.stringValue());
+    auto whole = [&] { return text == &printed ? Value::string(std::move(printed)) : input; };
+    // A text of no more bytes than the length has no more characters either.
+    if (static_cast<std::int64_t>(text->size()) <= *length) return whole();
     bool singleBytes = text::isSingleByteText(*text);
     auto count = static_cast<std::int64_t>(singleBytes ? text->size() : text::characterCount(*text));
-    if (count <= *length) return text == &printed ? Value::string(std::move(printed)) : Value::string(*text);
+    if (count <= *length) return whole();
     std::string_view ellipsis = "...";
+    std::int64_t ellipsisCount = 3;
     if (arguments.size() == 2) {
         auto* given = arguments[1].asString();
         ellipsis = given ? std::string_view(*given) : std::string_view(printedEllipsis = arguments[1].stringValue());
+        ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     }
-    auto ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     // The ellipsis counts toward the length, unless it alone is longer.
     std::int64_t kept = *length > ellipsisCount ? *length - ellipsisCount : 0;
     std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept), singleBytes);

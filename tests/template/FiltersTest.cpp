@@ -102,6 +102,8 @@ TEST(Filters, Strings) {
         {str("e\u0301e\u0301e\u0301e\u0301e\u0301"), "truncate: 4", str("e\u0301...")},  // characters, not bytes
         {str("abcdef"), "truncate: 2, '.....'", str(".....")},  // the ellipsis alone is longer
         {integer(123456), "truncate: 4", str("1...")},         // the printed form of any input
+        {integer(1234), "truncate: 4", str("1234")}, {str("abc"), "truncate: -1", str("...")},
+        {str("e\u0301e\u0301"), "truncate: 2", str("e\u0301e\u0301")},  // more bytes, not more characters
         {str("abcdef"), "truncate: 'x'", nil}, {str("abcdef"), "truncate: 1, 2, 3", nil},
         {str("one two, three four"), "truncatewords: 2", str("one two...")},
         {str("one two, three four"), "truncatewords: 3, '…'", str("one two three…")},
