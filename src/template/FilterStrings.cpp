@@ -134,14 +134,9 @@ Value capitalize(const Value& input, Filter::Arguments) {
     return mapText(input, [](std::string_view text) {
         auto first = text::firstWord(text);
         if (!first) return std::string(text);
-        std::string_view word = *first;
-        std::size_t start = static_cast<std::size_t>(word.data() - text.data());
         // Only the first word changes; the rest of the text is kept as it is.
-        std::string out;
-        out.reserve(text.size());
-        out.append(text, 0, start);
-        text::appendCapitalizedWord(out, word);
-        out.append(text, start + word.size());
+        std::string out(text);
+        text::capitalizeWord(out, static_cast<std::size_t>(first->data() - text.data()), first->size());
         return out;
     });
 }

@@ -74,7 +74,7 @@ TEST(Filters, Strings) {
         {str("a"), "append: list", str("a")},  // an array is no text: ""
         {str("hELLO wORLD"), "capitalize", str("Hello wORLD")},
         {str("  ... élan vital"), "capitalize", str("  ... Élan vital")},
-        {str("3rd place"), "capitalize", str("3rd place")},
+        {str("3rd place"), "capitalize", str("3rd place")}, {str("  -- aNN lee"), "capitalize", str("  -- Ann lee")},
         // Where the first word ends: at a blank or a hyphen, not at a joining "." "'" "_" or ",".
         {str("ann-marie LEE"), "capitalize", str("Ann-marie LEE")}, {str("o'NEIL x"), "capitalize", str("O'neil x")},
         {str("snake_CASE x"), "capitalize", str("Snake_case x")}, {str("1,5X x"), "capitalize", str("1,5x x")},
