@@ -211,11 +211,41 @@ constexpr auto asciiWordBytes = [] {
 
 bool isASCIIWordByte(char c) { return asciiWordBytes[static_cast<unsigned char>(c)]; }
 
+std::uint64_t loadWord(const char* at) {
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
 // The end of the run of ASCII word bytes that starts at `from`.
 std::size_t wordEnd(std::string_view text, std::size_t from) {
     std::size_t end = from;
     while (end < text.size() && isASCIIWordByte(text[end])) ++end;
     return end;
+}
+
+// Whether two texts of one length are equal: up to sixteen bytes in at most two overlapping
+// loads from each end, longer ones by comparison.
+bool sameBytes(const char* a, const char* b, std::size_t size) {
+    if (size >= 8) {
+        if (size > 16) return std::memcmp(a, b, size) == 0;
+        return loadWord(a) == loadWord(b) && loadWord(a + size - 8) == loadWord(b + size - 8);
+    }
+    if (size >= 4) {
+        std::uint32_t x, y, z, w;
+        std::memcpy(&x, a, 4), std::memcpy(&y, b, 4), std::memcpy(&z, a + size - 4, 4), std::memcpy(&w, b + size - 4, 4);
+        return x == y && z == w;
+    }
+    return size == 0 || (a[0] == b[0] && a[size / 2] == b[size / 2] && a[size - 1] == b[size - 1]);
+}
+
+// The value under an ASCII key: a key is its own canonical form, so a small dictionary is
+// searched here by length and bytes; a larger one by its own search.
+const Value* findASCIIKey(const Token::Value::Dictionary& dictionary, std::string_view key) {
+    if (dictionary.size() > 16) return dictionary.find(key);
+    for (const auto& [name, value] : dictionary)
+        if (name.size() == key.size() && sameBytes(name.data(), key.data(), key.size())) return &value;
+    return nullptr;
 }
 
 // Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
@@ -226,7 +256,7 @@ bool plainKeyPath(std::string_view keyPath, std::size_t end, const Token::Value:
     const Token::Value::Dictionary* map = &variables;
     for (std::size_t start = 0;;) {
         if (end == start || (end < keyPath.size() && (keyPath[end] != '.' || end + 1 == keyPath.size()))) return false;
-        const Value* value = map->find(std::string_view(keyPath.data() + start, end - start));
+        const Value* value = findASCIIKey(*map, std::string_view(keyPath.data() + start, end - start));
         if (!value || end == keyPath.size()) {
             found = value;
             return true;
@@ -296,11 +326,29 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
         if (first == 'f' && operand == "false") return made(Value::boolean(false));
         if (const Value* value; !variableLookupForbidden && plainVariable(*this, operand, value)) return value;
     }
+    // Plain literal arguments, without the general forms: up to eighteen digits, which always
+    // fit; a text in quotes whose inside begins and ends with ASCII other than its quote (so
+    // both quotes are whole characters and the only ones to go) and holds no "(" (no range).
+    if (first >= '0' && first <= '9' && operand.size() <= 18) {
+        std::int64_t number = 0;
+        std::size_t i = 0;
+        for (; i < operand.size() && operand[i] >= '0' && operand[i] <= '9'; ++i) number = number * 10 + (operand[i] - '0');
+        if (i == operand.size()) {
+            literal.setInteger(number);
+            return &literal;
+        }
+    }
+    // A range literal needs a "(", which trimming never removes.
+    bool parenthesis = !operand.empty() && std::memchr(operand.data(), '(', operand.size());
+    if ((first == '"' || first == '\'') && operand.size() > 2 && !parenthesis) {
+        auto inner = [first](char c) { return c != first && static_cast<unsigned char>(c) < 0x80; };
+        std::size_t last = operand.size() - 1;
+        if (operand[last] == first && inner(operand[1]) && inner(operand[last - 1]))
+            return made(Value::string(std::string(operand.substr(1, last - 1))));
+    }
     // A range literal may stand anywhere in the text and comes before every other form. Its
-    // pattern is matched against the text as given, before trimming; it needs a "(", which
-    // trimming never removes.
-    if (!operand.empty() && std::memchr(operand.data(), '(', operand.size()) &&
-        text.find("..") != std::string_view::npos) {
+    // pattern is matched against the text as given, before trimming.
+    if (parenthesis && text.find("..") != std::string_view::npos) {
         if (auto range = plainRangeLiteral(operand)) {
             if (range->lower > range->upper)
                 throw TemplateFatalError("Range literal “" + std::string(operand) + "” has its lower bound above its upper bound");

@@ -202,6 +202,10 @@ Decimal Decimal::fromParts(u128 mantissa, int exponent, bool negative) {
         out.negative_ = negative;
         return out;
     }
+    return fromWideParts(mantissa, exponent, negative);
+}
+
+[[gnu::noinline]] Decimal Decimal::fromWideParts(u128 mantissa, int exponent, bool negative) {
     // Most mantissas already fit in 38 digits: no rounding, so no 256-bit arithmetic.
     u128 m = mantissa < mantissaLimit ? mantissa : roundToMantissa(U256::from(mantissa), exponent);
     if (m == 0) return Decimal();
@@ -376,6 +380,15 @@ double Decimal::doubleValue() const {
 }
 
 Decimal operator+(const Decimal& a, const Decimal& b) {
+    // Two numbers of one sign and exponent with 64-bit mantissas, the common case: their sum
+    // needs no alignment and fits in 128 bits.
+    if (!a.nan_ && !b.nan_ && a.exponent_ == b.exponent_ && a.negative_ == b.negative_ && !(a.mantissa_ >> 64) &&
+        !(b.mantissa_ >> 64))
+        return Decimal::fromParts(a.mantissa_ + b.mantissa_, a.exponent_, a.negative_);
+    return Decimal::sum(a, b);
+}
+
+[[gnu::noinline]] Decimal Decimal::sum(const Decimal& a, const Decimal& b) {
     if (a.nan_ || b.nan_) return Decimal::notANumber();
     if (a.mantissa_ == 0) return b;
     if (b.mantissa_ == 0) return a;

@@ -73,6 +73,10 @@ public:
     void hash(Hasher& hasher) const;
 
 private:
+    // The general cases of fromParts and operator+, apart from their common fast paths.
+    static Decimal fromWideParts(unsigned __int128 mantissa, int exponent, bool negative);
+    static Decimal sum(const Decimal& a, const Decimal& b);
+
     unsigned __int128 mantissa_ = 0;
     std::int16_t exponent_ = 0;
     bool negative_ = false;

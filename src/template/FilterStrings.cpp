@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "template/Context.h"
 #include "template/FilterLibrary.h"
@@ -133,14 +134,9 @@ Value capitalize(const Value& input, Filter::Arguments) {
     return mapText(input, [](std::string_view text) {
         auto first = text::firstWord(text);
         if (!first) return std::string(text);
-        std::string_view word = *first;
-        std::size_t start = static_cast<std::size_t>(word.data() - text.data());
         // Only the first word changes; the rest of the text is kept as it is.
-        std::string out;
-        out.reserve(text.size());
-        out.append(text, 0, start);
-        text::appendCapitalizedWord(out, word);
-        out.append(text, start + word.size());
+        std::string out(text);
+        text::capitalizeWord(out, static_cast<std::size_t>(first->data() - text.data()), first->size());
         return out;
     });
 }
@@ -250,9 +246,21 @@ Value split(const Value& input, Filter::Arguments arguments) {
     }
     // Most splits give a handful of pieces.
     pieces.reserve(4);
+    std::size_t start = 0;
+    if (separator->size() == 1 && text::isSingleByteText(*text)) {
+        // Every byte is a character of its own, so every match of the byte is on boundaries (a
+        // separator byte that is no ASCII is never found, as its canonical form would not be).
+        const char* data = text->data();
+        for (const void* match; (match = std::memchr(data + start, (*separator)[0], text->size() - start));) {
+            auto position = static_cast<std::size_t>(static_cast<const char*>(match) - data);
+            add(text->substr(start, position - start));
+            start = position + 1;
+        }
+        add(text->substr(start));
+        return Value::array(std::move(pieces));
+    }
     text::Searchable haystack(*text), needle(*separator);
     std::string_view searched = haystack.text();
-    std::size_t start = 0;
     for (std::size_t match; (match = haystack.find(needle, start)) != std::string::npos;
          start = match + needle.text().size())
         add(searched.substr(start, match - start));
@@ -285,15 +293,19 @@ Value truncate(const Value& input, Filter::Arguments arguments) {
     std::string printed, printedEllipsis;
     const std::string* text = input.asString();
     if (!text) text = &(printed = input.stringValue());
+    auto whole = [&] { return text == &printed ? Value::string(std::move(printed)) : input; };
+    // A text of no more bytes than the length has no more characters either.
+    if (static_cast<std::int64_t>(text->size()) <= *length) return whole();
     bool singleBytes = text::isSingleByteText(*text);
     auto count = static_cast<std::int64_t>(singleBytes ? text->size() : text::characterCount(*text));
-    if (count <= *length) return text == &printed ? Value::string(std::move(printed)) : Value::string(*text);
+    if (count <= *length) return whole();
     std::string_view ellipsis = "...";
+    std::int64_t ellipsisCount = 3;
     if (arguments.size() == 2) {
         auto* given = arguments[1].asString();
         ellipsis = given ? std::string_view(*given) : std::string_view(printedEllipsis = arguments[1].stringValue());
+        ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     }
-    auto ellipsisCount = static_cast<std::int64_t>(text::characterCount(ellipsis));
     // The ellipsis counts toward the length, unless it alone is longer.
     std::int64_t kept = *length > ellipsisCount ? *length - ellipsisCount : 0;
     std::string_view head = firstCharacters(*text, static_cast<std::size_t>(kept), singleBytes);

@@ -267,21 +267,20 @@ std::string lowercased(std::string_view text) {
     return mapCase(text, ucasemap_utf8ToLower, false);
 }
 
-void appendCapitalizedWord(std::string& out, std::string_view word) {
+void capitalizeWord(std::string& text, std::size_t start, std::size_t length) {
+    std::string_view word = std::string_view(text).substr(start, length);
     if (isASCII(word) && asciiCaseIsPlain()) {
         // Title case goes to the first letter or digit (a leading "_" stays); the rest is lowered.
-        std::size_t first = 0;
-        while (first < word.size() && !isAsciiLetterOrDigit(word[first])) ++first;
-        std::size_t start = out.size();
-        out.append(word);
-        if (first == word.size()) return;
-        char& title = out[start + first];
-        if (title >= 'a' && title <= 'z') title = static_cast<char>(title - 'a' + 'A');
-        for (std::size_t i = start + first + 1; i < out.size(); ++i)
-            if (out[i] >= 'A' && out[i] <= 'Z') out[i] = static_cast<char>(out[i] - 'A' + 'a');
+        char* c = text.data() + start;
+        char* end = c + length;
+        while (c != end && !isAsciiLetterOrDigit(*c)) ++c;
+        if (c == end) return;
+        if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+        for (++c; c != end; ++c)
+            if (*c >= 'A' && *c <= 'Z') *c = static_cast<char>(*c - 'A' + 'a');
         return;
     }
-    out += mapCase(word, toTitle, true);
+    text.replace(start, length, mapCase(word, toTitle, true));
 }
 
 std::string caseFolded(std::string_view text) {

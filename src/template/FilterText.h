@@ -48,10 +48,10 @@ std::optional<std::string_view> firstWord(std::string_view text);
 // "i" to "I" in Turkish too.
 std::string uppercased(std::string_view text);
 std::string lowercased(std::string_view text);
-// Appends the word with its first cased letter in title case and the rest in lower case, by the
-// current locale's rules (ICU's default, which follows the environment): "istanbul" is
-// "İstanbul" in Turkish.
-void appendCapitalizedWord(std::string& out, std::string_view word);
+// Puts the word text[start, start + length) in title case in place: its first cased letter in
+// title case and the rest in lower case, by the current locale's rules (ICU's default, which
+// follows the environment): "istanbul" is "İstanbul" in Turkish.
+void capitalizeWord(std::string& text, std::size_t start, std::size_t length);
 // The case-folded form, for comparisons that ignore case.
 std::string caseFolded(std::string_view text);
 

@@ -49,7 +49,13 @@ std::size_t findOpeningDelimiter(std::string_view text, std::size_t from) {
 // Cuts two characters from each end (nothing is left of a text shorter than four) and trims spaces.
 std::string_view statementInside(std::string_view delimited) {
     if (delimited.size() < 4) return {};
-    return unicode::trimSpaces(delimited.substr(2, delimited.size() - 4));
+    const char* start = delimited.data() + 2;
+    const char* end = delimited.data() + delimited.size() - 2;
+    while (start != end && *start == ' ') ++start;
+    if (start == end) return {};
+    // The byte at `start` is no space: the end stops there at the latest.
+    while (end[-1] == ' ') --end;
+    return std::string_view(start, static_cast<std::size_t>(end - start));
 }
 
 }  // namespace

@@ -94,8 +94,11 @@ std::string_view trimWhitespaceAndNewlinesSlowly(std::string_view text);
 inline std::string_view withoutOuterBlanks(std::string_view text) {
     const char* start = text.data();
     const char* end = start + text.size();
-    while (start != end && *start == ' ') ++start;
-    while (end != start && end[-1] == ' ') --end;
+    if (start == end) return text;
+    while (*start == ' ')
+        if (++start == end) return std::string_view(end, 0);
+    // The byte at `start` is no blank: the end stops there at the latest.
+    while (end[-1] == ' ') --end;
     return std::string_view(start, static_cast<std::size_t>(end - start));
 }
 inline std::string_view trimWhitespaceAndNewlines(std::string_view text) {

@@ -88,6 +88,20 @@ TEST(Context, KeyPaths) {
     }
 }
 
+TEST(Context, KeyPathNamesMatchByEveryByte) {
+    // Names of every length, each beside one that differs from it in a single byte.
+    const char* const names[] = {"a", "b", "ab", "ax", "abc", "axc", "abcde", "abxde", "abcdefg", "abcdefx",
+                                 "abcdefghij", "abcdxfghij", "abcdefghijklmnop", "abcdefghxjklmnop",
+                                 "abcdefghijklmnopq", "abcdefghijklmnopx"};
+    Context::Dictionary inner;
+    for (const char* name : names) inner.set(name, str(name));
+    auto context = contextWith({{"d", Value::dictionary(inner)}});
+    for (const char* name : names)
+        EXPECT_EQ(show(context->resolveOperand(std::string("d.") + name)), std::string("string:") + name) << name;
+    for (const char* missing : {"c", "ay", "abd", "abcdf", "abcdefh", "abcdefghik", "abcdefghijklmnoq", "abcdefghijklmnopy"})
+        EXPECT_EQ(show(context->resolveOperand(std::string("d.") + missing)), "(absent)") << missing;
+}
+
 TEST(Context, ResolvesOperands) {
     auto context = contextWith({{"a", integer(2)}, {"b", integer(5)}, {"name", str("Ann")},
                                 {"user", Value::dictionary({{"age", integer(30)}})}, {"x.y", str("dotted name")},
@@ -108,6 +122,12 @@ TEST(Context, ResolvesOperands) {
         {"", "(absent)"}, {".5", "decimal:0.5"}, {"x(1..2)", "range:1..2"}, {"'(1..2)'", "range:1..2"},
         // A range anywhere in a path wins, whether or not the path's first names are found.
         {"unknown.x(1..2)", "range:1..2"}, {"user.age(1..2)", "range:1..2"}, {"name.x", "(absent)"},
+        {"'x'y'", "string:x'y"}, {"\"it's\"", "string:it's"}, {"'(1..2) a'", "range:1..2"},
+        // A quote followed by a combining mark is no quote; an accent inside the quotes stays.
+        {"'a'\xCC\x81", "(absent)"}, {"'a\xCC\x81'", "string:a\xCC\x81"},
+        {"0042", "integer:42"}, {"123456789012345678", "integer:123456789012345678"},
+        {"9223372036854775807", "integer:9223372036854775807"}, {"9223372036854775808", "decimal:9223372036854775808"},
+        {"12 ", "integer:12"}, {"1 2", "decimal:1"},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(show(context->resolveOperand(text)), expected) << text;
     EXPECT_EQ(show(context->resolveOperand("name", true)), "(absent)");

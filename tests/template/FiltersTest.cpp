@@ -74,7 +74,7 @@ TEST(Filters, Strings) {
         {str("a"), "append: list", str("a")},  // an array is no text: ""
         {str("hELLO wORLD"), "capitalize", str("Hello wORLD")},
         {str("  ... élan vital"), "capitalize", str("  ... Élan vital")},
-        {str("3rd place"), "capitalize", str("3rd place")},
+        {str("3rd place"), "capitalize", str("3rd place")}, {str("  -- aNN lee"), "capitalize", str("  -- Ann lee")},
         // Where the first word ends: at a blank or a hyphen, not at a joining "." "'" "_" or ",".
         {str("ann-marie LEE"), "capitalize", str("Ann-marie LEE")}, {str("o'NEIL x"), "capitalize", str("O'neil x")},
         {str("snake_CASE x"), "capitalize", str("Snake_case x")}, {str("1,5X x"), "capitalize", str("1,5x x")},
@@ -89,6 +89,8 @@ TEST(Filters, Strings) {
         {str("hello"), "slice: -3, 2", str("ll")}, {str("hello"), "slice: 3, 10", str("lo")},
         {str("hello"), "slice: 10, 2", str("")},
         {str("a-b--c"), "split: '-'", arr({str("a"), str("b"), str(""), str("c")})},
+        {str("-a-"), "split: '-'", arr({str(""), str("a"), str("")})},
+        {str("a\r\nb\nc"), "split: '\n'", arr({str("a\r\nb"), str("c")})},  // no line feed inside CR LF
         // Numbers take part by their printed forms, as inputs and as arguments.
         {decimal("1.50"), "append: 2", str("1.52")}, {integer(12), "prepend: 3.0", str("312")},
         {integer(12034), "split: 0", arr({str("12"), str("34")})}, {integer(1212), "replace: 1, 3", str("3232")},
@@ -100,6 +102,8 @@ TEST(Filters, Strings) {
         {str("e\u0301e\u0301e\u0301e\u0301e\u0301"), "truncate: 4", str("e\u0301...")},  // characters, not bytes
         {str("abcdef"), "truncate: 2, '.....'", str(".....")},  // the ellipsis alone is longer
         {integer(123456), "truncate: 4", str("1...")},         // the printed form of any input
+        {integer(1234), "truncate: 4", str("1234")}, {str("abc"), "truncate: -1", str("...")},
+        {str("e\u0301e\u0301"), "truncate: 2", str("e\u0301e\u0301")},  // more bytes, not more characters
         {str("abcdef"), "truncate: 'x'", nil}, {str("abcdef"), "truncate: 1, 2, 3", nil},
         {str("one two, three four"), "truncatewords: 2", str("one two...")},
         {str("one two, three four"), "truncatewords: 3, '…'", str("one two three…")},

@@ -21,6 +21,7 @@ TEST(Lexer, Tokens) {
         {"", {}}, {"plain text", {T("plain text")}}, {"Hi {{ name }}!", {T("Hi "), V("name"), T("!")}},
         {"{{name}}", {V("name")}}, {"{{   name  }}", {V("name")}}, {"{{ name\n}}", {V("name\n")}},
         {"{{\tname }}", {V("\tname")}}, {"{{}}", {V("")}}, {"{%}", {G("")}}, {"{%- if x -%}", {G("- if x -")}},
+        {"{{   }}", {V("")}}, {"{%  %}", {G("")}},
         {"a{% if x %}b{% endif %}", {T("a"), G("if x"), T("b"), G("endif")}}, {"{{{ x }}}", {V("{ x"), T("}")}},
         {"line 1\n{{ x }}\r\n", {T("line 1\n"), V("x"), T("\r\n")}},
         {"{% raw %}{{ x }}{% endraw %}", {T("{{ x }}"), G("endraw")}}, {"{% raw %}{{ x }}{%endraw%}", {T("")}},

@@ -60,6 +60,8 @@ TEST(Decimal, ArithmeticRoundsTo38DigitsHalvesAwayFromZero) {
         {"99999999999999999999999999999999999999", "+", "1", "100000000000000000000000000000000000000"},
         {"1e100", "+", "1e-100", "10000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"},
         {"0.1", "-", "0.1", "0"}, {"1", "/", "0", "NaN"},
+        // One sign and exponent: a sum beyond 64 bits, and sums whose zeros move into the exponent.
+        {"18446744073709551615", "+", "1", "18446744073709551616"}, {"-0.5", "-", "0.5", "-1"}, {"0", "+", "7", "7"},
         {"99999999999999999999999999999999999999e127", "*", "10", "NaN"},
     };
     for (const auto& c : cases) {
@@ -68,6 +70,8 @@ TEST(Decimal, ArithmeticRoundsTo38DigitsHalvesAwayFromZero) {
         EXPECT_EQ(result.description(), c.expected) << c.a << c.op << c.b;
     }
     EXPECT_TRUE((Decimal::notANumber() + dec("1")).isNaN());
+    // At the largest exponent a trailing zero stays in the mantissa.
+    EXPECT_EQ((dec("5e127") + dec("5e127")).description(), "1" + std::string(128, '0'));
 }
 
 TEST(Decimal, OrdersAndHashesByValue) {
