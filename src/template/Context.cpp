@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "template/Bytes.h"
 #include "template/Unicode.h"
 
 namespace drovel::templating {
@@ -211,12 +212,6 @@ constexpr auto asciiWordBytes = [] {
 
 bool isASCIIWordByte(char c) { return asciiWordBytes[static_cast<unsigned char>(c)]; }
 
-std::uint64_t loadWord(const char* at) {
-    std::uint64_t word;
-    std::memcpy(&word, at, sizeof word);
-    return word;
-}
-
 // The end of the run of ASCII word bytes that starts at `from`.
 std::size_t wordEnd(std::string_view text, std::size_t from) {
     std::size_t end = from;
@@ -224,27 +219,12 @@ std::size_t wordEnd(std::string_view text, std::size_t from) {
     return end;
 }
 
-// Whether two texts of one length are equal: up to sixteen bytes in at most two overlapping
-// loads from each end, longer ones by comparison.
-bool sameBytes(const char* a, const char* b, std::size_t size) {
-    if (size >= 8) {
-        if (size > 16) return std::memcmp(a, b, size) == 0;
-        return loadWord(a) == loadWord(b) && loadWord(a + size - 8) == loadWord(b + size - 8);
-    }
-    if (size >= 4) {
-        std::uint32_t x, y, z, w;
-        std::memcpy(&x, a, 4), std::memcpy(&y, b, 4), std::memcpy(&z, a + size - 4, 4), std::memcpy(&w, b + size - 4, 4);
-        return x == y && z == w;
-    }
-    return size == 0 || (a[0] == b[0] && a[size / 2] == b[size / 2] && a[size - 1] == b[size - 1]);
-}
-
 // The value under an ASCII key: a key is its own canonical form, so a small dictionary is
 // searched here by length and bytes; a larger one by its own search.
 const Value* findASCIIKey(const Token::Value::Dictionary& dictionary, std::string_view key) {
     if (dictionary.size() > 16) return dictionary.find(key);
     for (const auto& [name, value] : dictionary)
-        if (name.size() == key.size() && sameBytes(name.data(), key.data(), key.size())) return &value;
+        if (name.size() == key.size() && bytes::same(name.data(), key.data(), key.size())) return &value;
     return nullptr;
 }
 

@@ -1,5 +1,7 @@
 #include "template/Parser.h"
 
+#include "template/Bytes.h"
+
 #include <algorithm>
 
 #include "template/Log.h"
@@ -126,7 +128,8 @@ public:
         for (std::size_t slot = hash(name);; slot = (slot + 1) % slotCount) {
             const Slot& entry = slots_[slot];
             if (!entry.used) return nullptr;
-            if (entry.name.size() == name.size() && entry.name == name) return &entry.value;
+            if (entry.name.size() == name.size() && bytes::same(entry.name.data(), name.data(), name.size()))
+                return &entry.value;
         }
     }
     // The number of entries inserted.

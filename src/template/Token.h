@@ -18,6 +18,7 @@
 #include <variant>
 #include <vector>
 
+#include "template/Bytes.h"
 #include "template/Decimal.h"
 #include "template/Hasher.h"
 
@@ -178,20 +179,11 @@ private:
     Entries::const_iterator lowerBound(std::string_view key) const;
     const Value* findCanonical(std::string_view key) const;
     const Value* findElsewhere(std::string_view key) const;
-    // The search of a small dictionary: lengths and first bytes before whole keys.
+    // The search of a small dictionary: lengths before bytes.
     const Value* findSmall(std::string_view key) const {
         for (const auto& [name, value] : entries_)
-            if (name.size() == key.size() && (key.empty() || (name[0] == key[0] && sameTail(name, key))))
-                return &value;
+            if (name.size() == key.size() && bytes::same(name.data(), key.data(), key.size())) return &value;
         return nullptr;
-    }
-    // Whether two texts of one length, equal in their first byte, are equal: keys are mostly
-    // short, and for them a loop here beats a call to memcmp.
-    static bool sameTail(std::string_view a, std::string_view b) {
-        if (a.size() > 16) return a == b;
-        for (std::size_t i = 1; i < a.size(); ++i)
-            if (a[i] != b[i]) return false;
-        return true;
     }
     // Up to this many entries, comparing lengths first beats a binary search of comparisons.
     static constexpr std::size_t smallSize = 16;
