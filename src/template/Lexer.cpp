@@ -60,8 +60,8 @@ std::string_view statementInside(std::string_view delimited) {
 
 }  // namespace
 
-std::vector<Token> Lexer::tokenize() const {
-    std::vector<Token> tokens;
+Lexer::Tokens Lexer::tokenize() const {
+    Tokens tokens;
     std::string_view text = templateString;
     if (text.empty()) return tokens;
     // About one token per sixteen bytes, as notification texts go: mostly one allocation.

@@ -69,7 +69,7 @@ void Parser::Scope::passContextDown() {
         child->evaluationContext_ = evaluationContext_;
 }
 
-Parser::Parser(std::vector<Token> tokens, std::shared_ptr<Context> context)
+Parser::Parser(Lexer::Tokens tokens, std::shared_ptr<Context> context)
     : tokens_(std::move(tokens)),
       context_(context ? std::move(context) : std::make_shared<Context>()),
       filters_(builtinFilterList()),

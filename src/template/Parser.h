@@ -16,6 +16,7 @@
 
 #include "template/Context.h"
 #include "template/Filter.h"
+#include "template/Lexer.h"
 #include "template/Operator.h"
 #include "template/Recycling.h"
 #include "template/Token.h"
@@ -82,7 +83,7 @@ public:
     // Registers the built-in filters, tags and operators. The built-in lists are made once per
     // process and shared until a parser registers something of its own. The tokens' texts must
     // outlive the parser.
-    Parser(std::vector<Token> tokens, std::shared_ptr<Context> context);
+    Parser(Lexer::Tokens tokens, std::shared_ptr<Context> context);
     ~Parser();
     Parser(const Parser&) = delete;
     Parser& operator=(const Parser&) = delete;
@@ -125,7 +126,7 @@ public:
     // are logged and stop the chain with the value computed so far.
     Token::Value evaluateFilteredExpression(std::string_view statement, Context* context = nullptr);
 
-    const std::vector<Token>& tokens() const { return tokens_; }
+    const Lexer::Tokens& tokens() const { return tokens_; }
     const std::shared_ptr<Context>& context() const { return context_; }
     const std::vector<ParseErrors>& parseErrors() const { return parseErrors_; }
     // The rendering's counted work so far (see the budget above).
@@ -212,7 +213,7 @@ private:
     [[noreturn]] static void workLimitExceeded();
     static std::size_t containerSize(const Token::Value& value, std::size_t limit);
 
-    std::vector<Token> tokens_;
+    Lexer::Tokens tokens_;
     std::shared_ptr<Context> context_;
     std::shared_ptr<const std::vector<Filter>> filters_;
     std::shared_ptr<const std::vector<Operator>> operators_;

@@ -7,7 +7,10 @@
 namespace drovel::templating {
 namespace {
 
-std::vector<Token> lex(std::string_view text) { return Lexer(text).tokenize(); }
+std::vector<Token> lex(std::string_view text) {
+    auto tokens = Lexer(text).tokenize();
+    return {tokens.begin(), tokens.end()};
+}
 
 std::string show(const std::vector<Token>& tokens) {
     std::string out;
