@@ -1,9 +1,8 @@
 #include "template/Parser.h"
 
-#include "template/Bytes.h"
-
 #include <algorithm>
 
+#include "template/Bytes.h"
 #include "template/Log.h"
 #include "template/Tag.h"
 #include "template/Unicode.h"
