@@ -3,7 +3,6 @@
 #include <array>
 #include <cstring>
 
-#include "template/Bytes.h"
 #include "template/Unicode.h"
 
 namespace drovel::templating {
@@ -219,15 +218,6 @@ std::size_t wordEnd(std::string_view text, std::size_t from) {
     return end;
 }
 
-// The value under an ASCII key: a key is its own canonical form, so a small dictionary is
-// searched here by length and bytes; a larger one by its own search.
-const Value* findASCIIKey(const Token::Value::Dictionary& dictionary, std::string_view key) {
-    if (dictionary.size() > 16) return dictionary.find(key);
-    for (const auto& [name, value] : dictionary)
-        if (name.size() == key.size() && bytes::same(name.data(), key.data(), key.size())) return &value;
-    return nullptr;
-}
-
 // Names joined by single dots ("app.first_name"), all ASCII: the common key path, read straight
 // through dictionaries; `end` is where its first name ends. False when the path is of another
 // shape or meets anything but a dictionary before its end; the general walk then reads it.
@@ -236,7 +226,7 @@ bool plainKeyPath(std::string_view keyPath, std::size_t end, const Token::Value:
     const Token::Value::Dictionary* map = &variables;
     for (std::size_t start = 0;;) {
         if (end == start || (end < keyPath.size() && (keyPath[end] != '.' || end + 1 == keyPath.size()))) return false;
-        const Value* value = findASCIIKey(*map, std::string_view(keyPath.data() + start, end - start));
+        const Value* value = map->findCanonical(std::string_view(keyPath.data() + start, end - start));
         if (!value || end == keyPath.size()) {
             found = value;
             return true;

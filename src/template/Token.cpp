@@ -215,15 +215,13 @@ const Value* Value::Dictionary::findElsewhere(std::string_view key) const {
     // that is not found and not ASCII needs its canonical form to be looked up again. (find has
     // searched a small dictionary for the key as given already.)
     if (entries_.size() > smallSize)
-        if (const Value* found = findCanonical(key)) return found;
+        if (const Value* found = findSorted(key)) return found;
     if (unicode::isASCII(key)) return nullptr;
     std::string canonical = unicode::canonicalForm(key);
     return canonical == key ? nullptr : findCanonical(canonical);
 }
 
-const Value* Value::Dictionary::findCanonical(std::string_view key) const {
-    // Most dictionaries hold a handful of entries, a host's content a dozen or so.
-    if (entries_.size() <= smallSize) return findSmall(key);
+const Value* Value::Dictionary::findSorted(std::string_view key) const {
     auto found = lowerBound(key);
     return found != entries_.end() && found->first == key ? &found->second : nullptr;
 }

@@ -161,6 +161,11 @@ public:
             if (const Value* found = findSmall(key)) return found;
         return findElsewhere(key);
     }
+    // The same for a key that is its own canonical form (ASCII, say): a key missing as given is
+    // missing.
+    const Value* findCanonical(std::string_view key) const {
+        return entries_.size() <= smallSize ? findSmall(key) : findSorted(key);
+    }
     // Stores or replaces the entry.
     void set(std::string_view key, Value value);
     bool erase(std::string_view key);
@@ -177,7 +182,8 @@ public:
 private:
     // The first entry whose key is not below `key` (canonical).
     Entries::const_iterator lowerBound(std::string_view key) const;
-    const Value* findCanonical(std::string_view key) const;
+    // The binary search of a larger dictionary.
+    const Value* findSorted(std::string_view key) const;
     const Value* findElsewhere(std::string_view key) const;
     // The search of a small dictionary: lengths before bytes.
     const Value* findSmall(std::string_view key) const {

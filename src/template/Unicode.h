@@ -108,11 +108,6 @@ inline std::string_view trimWhitespaceAndNewlines(std::string_view text) {
     if (text.empty() || (printable(text.front()) && printable(text.back()))) return text;
     return trimWhitespaceAndNewlinesSlowly(text);
 }
-// Removes the space character U+0020 from both ends; tabs and line breaks stay.
-inline std::string_view trimSpaces(std::string_view text) {
-    text = withoutOuterBlanks(text);
-    return text.empty() ? std::string_view() : text;
-}
 
 // Literal matching as the platform string does it, character by character: `literal` (ASCII,
 // starting and ending with a printable character) matches only where it starts and ends on
