@@ -102,6 +102,12 @@ std::optional<Range> plainRangeLiteral(std::string_view operand) {
 // A quoted literal loses every quote character at either end (quotes are not paired). A quote
 // counts only as a whole character (not followed by a combining mark).
 std::optional<std::string_view> quotedLiteral(std::string_view operand) {
+    // Inner ends of ASCII other than the quote, the common case: both quotes are whole
+    // characters and the only ones to go.
+    if (operand.size() > 2 && (operand[0] == '"' || operand[0] == '\'') && operand.back() == operand[0]) {
+        auto inner = [quote = operand[0]](char c) { return c != quote && static_cast<unsigned char>(c) < 0x80; };
+        if (inner(operand[1]) && inner(operand[operand.size() - 2])) return operand.substr(1, operand.size() - 2);
+    }
     for (std::string_view quote : {std::string_view("\""), std::string_view("'")}) {
         std::size_t last = operand.size() - 1;
         if (!operand.empty() && operand[0] == quote[0] && operand[last] == quote[0] &&
@@ -296,29 +302,21 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
         if (first == 'f' && operand == "false") return made(Value::boolean(false));
         if (const Value* value; !variableLookupForbidden && plainVariable(*this, operand, value)) return value;
     }
-    // Plain literal arguments, without the general forms: up to eighteen digits, which always
-    // fit; a text in quotes whose inside begins and ends with ASCII other than its quote (so
-    // both quotes are whole characters and the only ones to go) and holds no "(" (no range).
-    if (first >= '0' && first <= '9' && operand.size() <= 18) {
-        std::int64_t number = 0;
-        std::size_t i = 0;
-        for (; i < operand.size() && operand[i] >= '0' && operand[i] <= '9'; ++i) number = number * 10 + (operand[i] - '0');
-        if (i == operand.size()) {
-            literal.setInteger(number);
+    // An integer starts with a digit or a sign; a decimal may also start with "." (the operand
+    // starts with no white space for the decimal parse to skip). A text that is an integer holds
+    // no "(", so no range comes before it: it is read at once.
+    bool numeric = (first >= '0' && first <= '9') || first == '-' || first == '+';
+    if (numeric) {
+        if (auto integer = parseInteger(operand)) {
+            literal.setInteger(*integer);
             return &literal;
         }
     }
-    // A range literal needs a "(", which trimming never removes.
-    bool parenthesis = !operand.empty() && std::memchr(operand.data(), '(', operand.size());
-    if ((first == '"' || first == '\'') && operand.size() > 2 && !parenthesis) {
-        auto inner = [first](char c) { return c != first && static_cast<unsigned char>(c) < 0x80; };
-        std::size_t last = operand.size() - 1;
-        if (operand[last] == first && inner(operand[1]) && inner(operand[last - 1]))
-            return made(Value::string(std::string(operand.substr(1, last - 1))));
-    }
     // A range literal may stand anywhere in the text and comes before every other form. Its
-    // pattern is matched against the text as given, before trimming.
-    if (parenthesis && text.find("..") != std::string_view::npos) {
+    // pattern is matched against the text as given, before trimming; it needs a "(", which
+    // trimming never removes.
+    if (!operand.empty() && std::memchr(operand.data(), '(', operand.size()) &&
+        text.find("..") != std::string_view::npos) {
         if (auto range = plainRangeLiteral(operand)) {
             if (range->lower > range->upper)
                 throw TemplateFatalError("Range literal “" + std::string(operand) + "” has its lower bound above its upper bound");
@@ -339,13 +337,8 @@ const Value* Context::resolveOperand(std::string_view text, Value& literal, bool
             }
         }
     }
-    // An integer starts with a digit or a sign; a decimal may also start with "." (the operand
-    // starts with no white space for the decimal parse to skip).
-    bool numeric = (first >= '0' && first <= '9') || first == '-' || first == '+';
     if (first == '"' || first == '\'')
         if (auto quoted = quotedLiteral(operand)) return made(Value::string(std::string(*quoted)));
-    if (numeric)
-        if (auto integer = parseInteger(operand)) return made(Value::integer(*integer));
     if (!variableLookupForbidden)
         if (const Value* value = variableValue(*this, operand)) return value;
     if (numeric || first == '.')
