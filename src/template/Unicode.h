@@ -7,9 +7,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
+
+#include "template/Bytes.h"
 
 namespace drovel::templating {
 
@@ -31,11 +32,7 @@ template <class WordTest, class ByteTest>
 bool everyByte(std::string_view text, WordTest wordPasses, ByteTest bytePasses) {
     const char* data = text.data();
     std::size_t size = text.size();
-    auto word = [data](std::size_t at) {
-        std::uint64_t loaded;
-        std::memcpy(&loaded, data + at, sizeof loaded);
-        return loaded;
-    };
+    auto word = [data](std::size_t at) { return bytes::loadWord(data + at); };
     if (size < 8) {
         for (std::size_t i = 0; i < size; ++i)
             if (!bytePasses(static_cast<unsigned char>(data[i]))) return false;
@@ -70,8 +67,7 @@ inline std::size_t findWhitespaceOrNewline(std::string_view text) {
     constexpr std::uint64_t ones = 0x0101010101010101ull, highBits = 0x8080808080808080ull;
     constexpr bool littleEndian = std::endian::native == std::endian::little;
     auto unprintable = [&text](std::size_t at) {
-        std::uint64_t word;
-        std::memcpy(&word, text.data() + at, sizeof word);
+        std::uint64_t word = bytes::loadWord(text.data() + at);
         return (word | (word - ones * 0x21) | (word + ones)) & highBits;
     };
     std::size_t size = text.size(), position = 0;
